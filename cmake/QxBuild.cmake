@@ -1,0 +1,58 @@
+# What every target shares: language level, warnings, hardening, sanitizers.
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Debug, Release, RelWithDebInfo or MinSizeRel" FORCE)
+endif()
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+# A list such as "address;undefined" or "thread"; the presets set it.
+set(QX_VOSK_SANITIZE "" CACHE STRING "Sanitizers to build everything with")
+if(QX_VOSK_SANITIZE)
+  list(JOIN QX_VOSK_SANITIZE "," sanitizers)
+  add_compile_options(-fsanitize=${sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  add_link_options(-fsanitize=${sanitizers})
+endif()
+option(QX_VOSK_COVERAGE "Instrument for coverage" OFF)
+if(QX_VOSK_COVERAGE)
+  add_compile_options(--coverage -O0 -g)
+  add_link_options(--coverage)
+endif()
+
+# The distribution's build flags may bring _FORTIFY_SOURCE; the library must call the plain routines, not its wrappers.
+set(QX_NO_FORTIFY -U_FORTIFY_SOURCE)
+
+add_library(qx_warnings INTERFACE)
+target_compile_options(qx_warnings INTERFACE
+  -Wall -Wextra -Werror -Wconversion -Wshadow -Wformat=2 -Wundef -Wcast-align -Wvla
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
+
+# Hardening that both libraries carry; tests read it back from the built files.
+add_library(qx_hardening INTERFACE)
+target_compile_options(qx_hardening INTERFACE -fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
+target_link_options(qx_hardening INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
+
+# Library code: no exceptions, no RTTI, nothing visible that is not exported by name, no thread-safe statics.
+add_library(qx_library_code INTERFACE)
+target_compile_options(qx_library_code INTERFACE ${QX_NO_FORTIFY} -fvisibility=hidden
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden -fno-threadsafe-statics>)
+target_link_libraries(qx_library_code INTERFACE qx_warnings qx_hardening)
+
+# qx_shared_library(target version-script): SONAME links, exports by list, no undefined symbol, no C++ runtime.
+function(qx_shared_library target version_script)
+  set_target_properties(${target} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINKER_LANGUAGE C LINK_DEPENDS "${version_script}"
+    BUILD_RPATH_USE_ORIGIN ON BUILD_RPATH "$ORIGIN")
+  target_link_options(${target} PRIVATE "-Wl,--version-script=${version_script}")
+  if(NOT QX_VOSK_SANITIZE)
+    target_link_options(${target} PRIVATE -Wl,-z,defs)
+  endif()
+endfunction()
