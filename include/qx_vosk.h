@@ -37,6 +37,11 @@
 extern "C" {
 #endif
 
+/* The library is built with everything hidden but this. */
+#ifdef __GNUC__
+#pragma GCC visibility push(default)
+#endif
+
 /*
  * printf formats of callers may be positional ("%1$s") or empty, which strict compilers warn of; so they are checked only
  * where the caller defines VK_CHECK_FORMAT before including this header.
@@ -534,6 +539,10 @@ int vk_determine_max_fsize(int trace_on, const char *trace_path, const char *pat
  */
 int vk_allocate_file(int trace_on, const char *trace_path, const char *path, int64_t wanted_size, int64_t min_size,
                      int64_t *reserved_size);
+
+#ifdef __GNUC__
+#pragma GCC visibility pop
+#endif
 
 #ifdef __cplusplus
 }
