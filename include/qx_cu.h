@@ -2,8 +2,8 @@
  * qx_cu.h - libqx_cu, the common-utilities library that libqx_vosk reports through.
  *
  * libqx_vosk needs exactly five routines of it: cu_set_error_1, cu_set_no_error_1, cu_set_error_args_1,
- * cu_rel_error_args_1 and cu_get_proc_info_1. Another library with these five can take its place. The routines that read
- * the current error back are for programs and tools.
+ * cu_rel_error_args_1 and cu_get_proc_info_1. Another library with these five can take its place. The routines that
+ * read the current error back are for programs and tools.
  *
  * Everything here is kept per thread: one thread never sees another's error. Nothing here is safe in a signal handler.
  */
@@ -15,6 +15,11 @@
 
 #ifdef __cplusplus
 extern "C" {
+#endif
+
+/* The library is built with everything hidden but this. */
+#ifdef __GNUC__
+#pragma GCC visibility push(default)
 #endif
 
 /*
@@ -46,10 +51,17 @@ typedef struct cu_proc_info {
 } cu_proc_info_t;
 
 /*
- * cu_set_error_1 records the calling thread's current error and returns `id`. `zero` is always 0. The message is the one
- * of `number` in `set` of `catalogue`, in the user's language where the catalogue is installed and its text takes the
- * inserts that `default_text` takes (their number and types); otherwise `default_text` itself. The inserts follow
- * `default_text`, as its conversions say. A null text is empty.
+ * cu_set_error_1 records the calling thread's current error and returns `id`. `zero` is always 0. The message is the
+ * one of `number` in `set` of `catalogue`, in the user's language where the catalogue is installed and its text takes
+ * the inserts that `default_text` takes (their number and types); otherwise `default_text` itself. The catalogue is
+ * looked for with catopen, in the locale that the program has set and then by the environment; the locale is never
+ * changed.
+ *
+ * The inserts follow `default_text`, as its conversions say: printf's, plain or positional, but not %n and not those of
+ * wide characters; at most 64 inserts, numbers in the text up to 65535. A text that has any other '%' takes no inserts
+ * and is kept as it stands; one that is formatted already must have its '%' doubled to be kept unchanged in every case.
+ * A null text is empty, and so is a null string among the inserts. The texts may be those of the current error. At
+ * least 4096 bytes of the message are kept, and 255 of the catalogue's name. errno is left as it was.
  */
 int cu_set_error_1(int id, int zero, const char *catalogue, int set, int number, const char *default_text, ...);
 
@@ -59,12 +71,15 @@ int cu_set_error_1(int id, int zero, const char *catalogue, int set, int number,
 int cu_set_no_error_1(void);
 
 /*
- * cu_set_error_args_1 takes from `args` the arguments that the printf conversions of `default_message` stand for, plain
- * ("%s") or positional ("%1$s"), and stores them as an array behind `out` and their number behind `count`. `args` is
- * consumed. A null message, or one without conversions, gives a null array and 0. Returns 0; or -1 when plain and
- * positional conversions are mixed, positions are missing, a conversion is unknown or memory is short: then `count`
- * holds the number of conversions detected so far and `out` a null pointer.
- * Release the array with cu_rel_error_args_1.
+ * cu_set_error_args_1 takes from `args` the arguments that the conversions of `default_message` stand for and stores
+ * them as an array behind `out`, by position, and their number behind `count`. The conversions are those of
+ * cu_set_error_1; a
+ * '*' is an argument, too, and "%%" and "%m" take none. A null message, or one without arguments, gives a null array
+ * and 0. Returns 0; or -1 when plain and positional conversions are mixed, a position is missing or used with two
+ * types, a conversion is unknown or memory is short: then `count` holds the number of arguments detected before the
+ * fault and `out` a null pointer. Also -1, with nothing stored, if `out` or `count` is null. `args` is as after a
+ * va_copy of it was used: the caller ends it with va_end. Strings are not copied; they must live until the array is
+ * released with cu_rel_error_args_1.
  */
 int cu_set_error_args_1(const char *default_message, va_list args, cu_arg_t **out, int *count);
 
@@ -84,7 +99,7 @@ int cu_get_proc_info_1(cu_proc_info_t *record, int pid);
  * cu_set_no_error_1.
  */
 typedef struct cu_error {
-  int id;                /* 0 when there is none */
+  int id; /* 0 when there is none */
   int set;
   int number;
   const char *catalogue; /* never null */
@@ -95,6 +110,10 @@ typedef struct cu_error {
  * cu_get_error_1 fills `error` with the calling thread's current error and returns its id, 0 when there is none.
  */
 int cu_get_error_1(cu_error_t *error);
+
+#ifdef __GNUC__
+#pragma GCC visibility pop
+#endif
 
 #ifdef __cplusplus
 }
