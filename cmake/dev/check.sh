@@ -1,0 +1,79 @@
+#!/bin/sh
+# check.sh [PART...]: what a change must pass besides the tests. Every part runs, also after one has failed.
+set -eu
+cd "$(dirname "$0")/../.."
+. cmake/dev/build.sh
+
+# A process whose addresses are laid out too randomly can collide with the sanitizers' shadow memory.
+without_aslr() {
+  if setarch -R true 2>/dev/null; then
+    setarch -R "$@"
+  else
+    "$@"
+  fi
+}
+
+sanitized_tests() {
+  preset=$1
+  shift
+  without_aslr ctest --preset "$preset" --output-on-failure --no-tests=error -j "$jobs" "$@"
+}
+
+part_format() {
+  tracked_files '*.h' '*.hpp' '*.c' '*.cc' | xargs -0 clang-format --dry-run -Werror
+}
+
+part_clang() {
+  build clang
+}
+
+# Reads the compile commands of the clang build, whose generated sources must be there.
+part_tidy() {
+  build clang
+  sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build-clang/compile_commands.json | sort -u |
+    grep -E "^$PWD/(lib|utils|messages|libqx_cu|tools)/" | tr '\n' '\0' |
+    xargs -0 -r -n 1 -P "$jobs" clang-tidy -p build-clang --quiet --warnings-as-errors='*' 2>&1 |
+    sed '/ warnings generated\.$/d; /^Suppressed /d; /^Use -header-filter/d' >build-clang/tidy.log || true
+  cat build-clang/tidy.log
+  ! grep -qE '(warning|error):' build-clang/tidy.log
+}
+
+part_asan() {
+  build asan
+  UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} sanitized_tests asan
+}
+
+# Tests that replace platform calls which this sanitizer replaces too carry the label no_tsan.
+part_tsan() {
+  build tsan
+  TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1} sanitized_tests tsan -LE no_tsan
+}
+
+parts="format clang tidy asan tsan"
+[ $# -gt 0 ] || eval "set -- $parts"
+for part in "$@"; do
+  case " $parts " in
+  *" $part "*) ;;
+  *)
+    echo "dev: no check '$part'; there are: $parts" >&2
+    exit 2
+    ;;
+  esac
+done
+
+need_packages build test check
+failed=
+for part in "$@"; do
+  echo "== check: $part"
+  # A subshell of its own, so that "set -e" stays in force inside.
+  set +e
+  (
+    set -e
+    "part_$part"
+  )
+  status=$?
+  set -e
+  [ "$status" -eq 0 ] || failed="$failed $part"
+done
+[ -z "$failed" ] || fail "check failed:$failed"
+echo "== check: all passed ($*)"
