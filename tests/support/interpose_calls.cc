@@ -556,6 +556,9 @@ __attribute__((format(printf, 2, 0))) void recorded_syslog(int priority, const c
 
 }  // namespace
 
+extern "C" __attribute__((format(printf, 2, 0))) void call_vsyslog(int, const char *, va_list) __asm__("vsyslog");
+extern "C" __attribute__((format(printf, 2, 3))) void call_syslog(int, const char *, ...) __asm__("syslog");
+
 PLATFORM_CALL(void, vsyslog, (int priority, const char *format, va_list arguments)) {
   NEXT(vsyslog);
   recorded_syslog(priority, format, arguments, real);
