@@ -57,11 +57,12 @@ typedef struct cu_proc_info {
  * looked for with catopen, in the locale that the program has set and then by the environment; the locale is never
  * changed.
  *
- * The inserts follow `default_text`, as its conversions say: printf's, plain or positional, but not %n and not those of
- * wide characters; at most 64 inserts, numbers in the text up to 65535. A text that has any other '%' takes no inserts
- * and is kept as it stands; one that is formatted already must have its '%' doubled to be kept unchanged in every case.
- * A null text is empty, and so is a null string among the inserts. The texts may be those of the current error. At
- * least 4096 bytes of the message are kept, and 255 of the catalogue's name. errno is left as it was.
+ * The inserts follow `default_text`, as its conversions say: printf's, plain or positional, with flags only where
+ * printf defines them, but not %n and not those of wide characters; at most 64 inserts, numbers in the text up to
+ * 65535. A text that has any other '%' takes no inserts and is kept as it stands; one that is formatted already must
+ * have its '%' doubled to be kept unchanged in every case. A null text is empty, and so is a null string among the
+ * inserts. The texts may be those of the current error. At least 4096 bytes of the message are kept, and 255 of the
+ * catalogue's name. errno is left as it was.
  */
 int cu_set_error_1(int id, int zero, const char *catalogue, int set, int number, const char *default_text, ...);
 

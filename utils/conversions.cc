@@ -19,40 +19,56 @@ static int read_number(const char *&at) noexcept {
 }
 
 struct type_row {
-  const char *specifiers;
-  const char *length;
+  const char *specifiers, *length, *flags;
   arg_type type;
 };
 
-// What printf defines, and no more: %hs, %Ld and the like are unknown.
+// What printf defines, and no more: %hs, %Ld and "% s" are unknown. So a blank behind the '%' of an already formatted
+// text ("50% of") is never taken for a string's conversion.
 static constexpr type_row kTypes[] = {
-    {"di", "", arg_type::int_type},
-    {"di", "hh", arg_type::int_type},
-    {"di", "h", arg_type::int_type},
-    {"di", "l", arg_type::long_type},
-    {"di", "ll", arg_type::long_long_type},
-    {"di", "j", arg_type::intmax_type},
-    {"di", "t", arg_type::ptrdiff_type},
-    {"di", "z", arg_type::ssize_type},
-    {"ouxX", "", arg_type::unsigned_type},
-    {"ouxX", "hh", arg_type::unsigned_type},
-    {"ouxX", "h", arg_type::unsigned_type},
-    {"ouxX", "l", arg_type::unsigned_long_type},
-    {"ouxX", "ll", arg_type::unsigned_long_long_type},
-    {"ouxX", "j", arg_type::uintmax_type},
-    {"ouxX", "t", arg_type::unsigned_ptrdiff_type},
-    {"ouxX", "z", arg_type::size_type},
-    {"fFeEgGaA", "", arg_type::double_type},
-    {"fFeEgGaA", "l", arg_type::double_type},
-    {"fFeEgGaA", "L", arg_type::long_double_type},
-    {"c", "", arg_type::character_type},
-    {"s", "", arg_type::string_type},
-    {"p", "", arg_type::pointer_type},
+    {"di", "", "-+ 0'", arg_type::int_type},
+    {"di", "hh", "-+ 0'", arg_type::int_type},
+    {"di", "h", "-+ 0'", arg_type::int_type},
+    {"di", "l", "-+ 0'", arg_type::long_type},
+    {"di", "ll", "-+ 0'", arg_type::long_long_type},
+    {"di", "j", "-+ 0'", arg_type::intmax_type},
+    {"di", "t", "-+ 0'", arg_type::ptrdiff_type},
+    {"di", "z", "-+ 0'", arg_type::ssize_type},
+    {"u", "", "-0'", arg_type::unsigned_type},
+    {"u", "hh", "-0'", arg_type::unsigned_type},
+    {"u", "h", "-0'", arg_type::unsigned_type},
+    {"u", "l", "-0'", arg_type::unsigned_long_type},
+    {"u", "ll", "-0'", arg_type::unsigned_long_long_type},
+    {"u", "j", "-0'", arg_type::uintmax_type},
+    {"u", "t", "-0'", arg_type::unsigned_ptrdiff_type},
+    {"u", "z", "-0'", arg_type::size_type},
+    {"oxX", "", "-#0", arg_type::unsigned_type},
+    {"oxX", "hh", "-#0", arg_type::unsigned_type},
+    {"oxX", "h", "-#0", arg_type::unsigned_type},
+    {"oxX", "l", "-#0", arg_type::unsigned_long_type},
+    {"oxX", "ll", "-#0", arg_type::unsigned_long_long_type},
+    {"oxX", "j", "-#0", arg_type::uintmax_type},
+    {"oxX", "t", "-#0", arg_type::unsigned_ptrdiff_type},
+    {"oxX", "z", "-#0", arg_type::size_type},
+    {"fFgG", "", "-+ #0'", arg_type::double_type},
+    {"fFgG", "l", "-+ #0'", arg_type::double_type},
+    {"fFgG", "L", "-+ #0'", arg_type::long_double_type},
+    {"eEaA", "", "-+ #0", arg_type::double_type},
+    {"eEaA", "l", "-+ #0", arg_type::double_type},
+    {"eEaA", "L", "-+ #0", arg_type::long_double_type},
+    {"c", "", "-", arg_type::character_type},
+    {"s", "", "-", arg_type::string_type},
+    {"p", "", "-", arg_type::pointer_type},
 };
 
-static arg_type type_of(char specifier, const char *length) noexcept {
+static bool only_of(const char *allowed, const char *flags) noexcept {
+  return flags[std::strspn(flags, allowed)] == '\0';
+}
+
+static arg_type type_of(const conversion &c) noexcept {
   for (const type_row &row : kTypes)
-    if (std::strchr(row.specifiers, specifier) != nullptr && std::strcmp(row.length, length) == 0) return row.type;
+    if (std::strchr(row.specifiers, c.specifier) != nullptr && std::strcmp(row.length, c.length) == 0)
+      return only_of(row.flags, c.flags) ? row.type : arg_type::none;
   return arg_type::none;
 }
 
@@ -116,8 +132,8 @@ bool conversion_scanner::parse(conversion &c) noexcept {
   if (c.specifier == '\0') return false;
   c.end = ++at_;
   if (c.specifier == '%') return c.end - c.begin == 2;
-  if (c.specifier == 'm') return position == 0 && c.length[0] == '\0';
-  c.type = type_of(c.specifier, c.length);
+  if (c.specifier == 'm') return position == 0 && c.length[0] == '\0' && only_of("-", c.flags);
+  c.type = type_of(c);
   return c.type != arg_type::none && argument(position, c.position);
 }
 
