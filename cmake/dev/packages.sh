@@ -8,12 +8,15 @@ cd "$(dirname "$0")/../.."
 action=$1
 shift
 
+for group in "$@"; do
+  grep -q "^$group:" dev-packages.txt || {
+    echo "dev: no package group '$group' in dev-packages.txt" >&2
+    exit 2
+  }
+done
+
 packages_of() {
   for group in "$@"; do
-    grep -q "^$group:" dev-packages.txt || {
-      echo "dev: no package group '$group' in dev-packages.txt" >&2
-      exit 2
-    }
     sed -n "s/^$group://p" dev-packages.txt
   done | tr -s ' ' '\n' | sed '/^$/d' | sort -u
 }
