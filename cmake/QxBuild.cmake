@@ -47,6 +47,8 @@ target_link_libraries(qx_library_code INTERFACE qx_warnings qx_hardening)
 
 # qx_shared_library(target version-script): SONAME links, exports by list, no undefined symbol, no C++ runtime.
 function(qx_shared_library target version_script)
+  # The C linker leaves the C++ runtime out, but CMake would name it for the sake of the C++ objects.
+  set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "" PARENT_SCOPE)
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
     LINKER_LANGUAGE C LINK_DEPENDS "${version_script}"
