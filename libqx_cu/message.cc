@@ -1,10 +1,9 @@
 #include "message.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <type_traits>
 
 namespace vk {
 
@@ -45,12 +44,11 @@ class bounded_text {
 
 // "%" flags "*.*" length specifier
 struct single_format {
-  char text[1 + sizeof(conversion::flags) + 3 + sizeof(conversion::length) + 2] = "%";
+  char text[1 + sizeof(conversion::flags) + 3 + sizeof(conversion::length) + 2];
 
   explicit single_format(const conversion &c) noexcept {
-    const char specifier[2] = {c.specifier == 'm' ? 's' : c.specifier, '\0'};
-    for (const char *part : {static_cast<const char *>(c.flags), "*.*", static_cast<const char *>(c.length), specifier})
-      std::strcat(text, part);
+    const char specifier = c.specifier == 'm' ? 's' : c.specifier;
+    (void)std::snprintf(text, sizeof text, "%%%s*.*%s%c", c.flags, c.length, specifier);
   }
 };
 
