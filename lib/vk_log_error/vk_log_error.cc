@@ -140,7 +140,10 @@ int vk_log_error_1(vk_eid_t *eid, const char *assoc_fid, const char *resource, c
     va_list args;
     va_start(args, message);
     errno = errno_at_entry;  // for "%m"
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the caller's format, with the caller's arguments
     if (std::vsnprintf(text, sizeof text, message, args) >= 0) record.append(text);
+#pragma GCC diagnostic pop
     va_end(args);
   }
   vk::send(resource, priority, record.c_str(), errno_at_entry);

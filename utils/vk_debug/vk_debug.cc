@@ -141,7 +141,10 @@ int vdebug(const char *trace_path, const char *routine, const char *format, va_l
 int vk_debug(const char *trace_path, const char *routine, const char *format, ...) {
   va_list args;
   va_start(args, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the caller's format, with the caller's arguments
   const int result = vk::vdebug(trace_path, routine, format, args);
+#pragma GCC diagnostic pop
   va_end(args);
   return result;
 }
