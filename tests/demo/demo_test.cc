@@ -1,0 +1,119 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <regex>
+
+#include "dev/run_shell.h"
+#include "support/files.h"
+#include "support/sandbox.h"
+
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using vk::test::run_shell;
+using vk::test::shell_result;
+
+static constexpr const char *kDemo = QX_BINARY_DIR "/bin/qx_demo";
+static constexpr int kRefused = 77;
+
+static std::string first_group(const std::string &text, const std::string &pattern) {
+  std::smatch match;
+  return std::regex_search(text, match, std::regex(pattern)) ? match[1].str() : "";
+}
+
+// What the demo says under one of its headings.
+static std::string section(const std::string &text, const std::string &heading) {
+  const std::size_t from = text.find("\n" + heading);
+  if (from == std::string::npos) return "";
+  const std::size_t to = text.find("\n\n", from);
+  return text.substr(from, to == std::string::npos ? to : to - from + 1);
+}
+
+// One run serves all tests.
+class Demo : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    machine_before = machine();
+    run = run_shell("/", kDemo);
+    machine_after = machine();
+  }
+  void SetUp() override {
+    if (run.status == kRefused) CANNOT_RUN_HERE(run.output);
+    ASSERT_EQ(run.status, 0) << run.output;
+  }
+  static std::string recorded_by(const std::string &program) {
+    return first_group(run.output, program + "\\[\\d+\\]: recorded (?:for process \\d+ )?as ([./0-9A-Za-z]{42})[,\\n]");
+  }
+  static std::string logged() { return first_group(run.output, "told the System Log as ([./0-9A-Za-z]{42})\n"); }
+  static std::string machine() { return run_shell("/", "find /dev/log /var/adm").output; }
+
+  static shell_result run;
+  static std::string machine_before, machine_after;
+};
+shell_result Demo::run;
+std::string Demo::machine_before, Demo::machine_after;
+
+TEST_F(Demo, ThreeProcessesRecordAndTheIdentifierTravelsUp) {
+  EXPECT_THAT(run.output, ContainsRegex("spooler.*write of order 1025 fails: No space left on device\n"));
+  EXPECT_NE(recorded_by("spooler"), "");
+  EXPECT_THAT(run.output, HasSubstr("spooler ended with status 1 and handed up " + recorded_by("spooler")));
+  EXPECT_THAT(run.output,
+              HasSubstr("recorded as " + recorded_by("orderd") + ", following from " + recorded_by("spooler")));
+  EXPECT_NE(recorded_by("spoolcheck"), "");
+}
+
+TEST_F(Demo, EveryIdentifierDecodesToWhereItsRecordIs) {
+  const std::string said = section(run.output, "What the identifiers say");
+  const std::string stack = first_group(run.output, "VOSKSTACK is /var/adm/vosk/stacks/(\\S+)");
+  ASSERT_NE(stack, "");
+  for (const char *program : {"spooler", "orderd", "spoolcheck"})
+    EXPECT_THAT(said, ContainsRegex(recorded_by(program) + ".*\n.*on the node [0-9.]+, this one\n.*in the stack file " +
+                                    stack));
+  EXPECT_THAT(said, ContainsRegex(logged() + ".*\n.*\n.*in the System Log, facility daemon, priority 3"));
+}
+
+TEST_F(Demo, TheStackFileHoldsTheChain) {
+  const std::string said = section(run.output, "The stack file, read back");
+  const std::string spooler = recorded_by("spooler"), orderd = recorded_by("orderd"),
+                    command = recorded_by("spoolcheck");
+  EXPECT_THAT(said, ContainsRegex("read back\n  " + spooler + "\n    process       spooler(.|\n)*\n  " + orderd +
+                                  "\n    follows from  " + spooler + "\n    process       orderd(.|\n)*\n  " + command +
+                                  "\n    follows from  " + orderd + "\n    process       orderd"));
+  EXPECT_THAT(said, ContainsRegex("detail        /var/adm/vosk/dumps/spooler.*\n.*batch 7 of 4000 orders"));
+}
+
+TEST_F(Demo, TheLogLineArrivesAndRefersToTheRecord) {
+  EXPECT_THAT(
+      section(run.output, "What was sent to the System Log"),
+      ContainsRegex("orderd\\[[0-9]+\\]: .*Error ID: " + logged() + ":::Reference ID: " + recorded_by("orderd") +
+                    ":::.*Details File: /var/adm/vosk/dumps/orderd.*:::orders have come to a stop at batch 7"));
+}
+
+TEST_F(Demo, TheTraceIsThatOfTheCommandsCall) {
+  EXPECT_THAT(section(run.output, "What the library did"), HasSubstr("vk_push_stack"));
+}
+
+TEST_F(Demo, NothingOutsideIsTouched) {
+  EXPECT_EQ(machine_before, machine_after);
+}
+
+TEST(DemoRefused, SaysSoAndStops) {
+  // Limits of a user namespace hold for those that it makes.
+  const shell_result refused = run_shell(
+      "/", std::string("unshare -Ur sh -c 'echo 0 >/proc/sys/user/max_mnt_namespaces && exec ") + kDemo + "'");
+  EXPECT_THAT(refused.output, HasSubstr("qx_demo: a private node is refused here (no mount namespace: "));
+  EXPECT_THAT(refused.output, HasSubstr("With --here the demo uses this machine's own"));
+  EXPECT_EQ(refused.status, kRefused);
+}
+
+TEST(DemoHere, RecordsInTheMachinesOwnDirectories) {
+  sandbox::Options options;
+  options.directories = false;
+  RUN_IN_SANDBOX(options, [] {
+    const shell_result here = run_shell("/", std::string(kDemo) + " --here");
+    EXPECT_EQ(here.status, 0) << here.output;
+    EXPECT_THAT(here.output, HasSubstr("write of order 1 fails: No space left on device\n"));
+    EXPECT_EQ(files::list(sandbox::kStacks).size(), 1U);
+    EXPECT_EQ(files::list(sandbox::kDumps).size(), 2U);
+  });
+}
