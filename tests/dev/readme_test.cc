@@ -1,0 +1,63 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+
+#include "run_shell.h"
+#include "support/files.h"
+
+using testing::HasSubstr;
+using vk::test::run_shell;
+using vk::test::shell_result;
+
+static std::string readme() {
+  return files::read(QX_SOURCE_DIR "/README.md").value_or("");
+}
+
+// The first block of the language.
+static std::string program_of(const std::string &text) {
+  const std::size_t from = text.find("```c\n") + 5, to = text.find("```", from);
+  return to == std::string::npos ? "" : text.substr(from, to - from);
+}
+
+// The indented lines that start with the command.
+static std::string command_of(const std::string &text, const std::string &command) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);)
+    if (line.rfind("    " + command + " ", 0) == 0) return line;
+  return "";
+}
+
+TEST(Readme, ProgramCompilesRunsAndRecordsAsItSays) {
+  const std::string text = readme();
+  const files::TemporaryDirectory tree;
+  ASSERT_TRUE(files::write(tree / "orders.c", program_of(text)));
+  const shell_result links =
+      run_shell(tree.path(), "ln -s " QX_SOURCE_DIR "/include include && ln -s " QX_BINARY_DIR " build");
+  ASSERT_EQ(links.status, 0) << links.output;
+
+  const shell_result compiled = run_shell(tree.path(), command_of(text, "cc"));
+  ASSERT_EQ(compiled.status, 0) << compiled.output;
+  EXPECT_EQ(compiled.output, "");
+  const shell_result made = run_shell(tree.path(), command_of(text, "install"));
+  ASSERT_EQ(made.status, 0) << made.output;
+
+  const shell_result ran = run_shell(tree.path(), "./orders");
+  EXPECT_EQ(ran.status, 0);
+  EXPECT_TRUE(std::regex_match(ran.output, std::regex("2615-000 [./0-9A-Za-z]{42}\n"))) << ran.output;
+  const std::vector<std::string> stacks = files::list("/var/adm/vosk/stacks");
+  ASSERT_EQ(stacks.size(), 1U);
+  const std::string stack = files::read("/var/adm/vosk/stacks/" + stacks[0]).value_or("");
+  EXPECT_THAT(stack, HasSubstr(ran.output.substr(9, 42)));
+  EXPECT_THAT(stack, HasSubstr("cannot read the settings %s"));
+}
+
+TEST(Readme, LinksLeadToFilesOfTheTree) {
+  const std::string text = readme() + files::read(QX_SOURCE_DIR "/CONTRIBUTING.md").value_or("");
+  const std::regex link("\\]\\(([^):]+)\\)");
+  int links = 0;
+  for (std::sregex_iterator match(text.begin(), text.end(), link), end; match != end; ++match, ++links)
+    EXPECT_TRUE(files::exists(QX_SOURCE_DIR "/" + (*match)[1].str())) << (*match)[1];
+  EXPECT_GT(links, 3);
+}
