@@ -11,6 +11,8 @@ inline constexpr char kVoskAddr[] = "VOSKADDR";         // the node's address, e
 inline constexpr char kVoskPname[] = "VOSKPNAME";       // process name
 inline constexpr char kVoskDisable[] = "VOSKSDISABLE";  // present: no stacks in this process
 
+inline constexpr char kVoskReclaim[] = "VOSKRECLAIM";  // "whole": room is made by whole records
+
 }  // namespace vk
 
 #endif

@@ -37,8 +37,14 @@ int foreign(const tracer &trace, std::uint32_t version, const control &c) noexce
   return VOSK_UNSUPPORTED;
 }
 
-constexpr bool outside(std::int32_t value, std::int32_t lowest) noexcept {
-  return value < lowest || value > stack_file::kLargest;
+constexpr bool outside(std::int32_t value, std::int32_t lowest, std::int32_t highest = stack_file::kLargest) noexcept {
+  return value < lowest || value > highest;
+}
+
+// Of a file whose size is in range. The standard rule lets a record run up to 4 bytes past it, and then refuses the
+// file.
+constexpr std::int32_t highest_position(const control &c, reclaim_rule rule) noexcept {
+  return rule == reclaim_rule::whole ? c.file_size + 4 : stack_file::kLargest;
 }
 
 // The messages print 8192 and 16384 as the bounds of every field, although positions may be as low as 24; that is
@@ -48,10 +54,10 @@ constexpr bool outside(std::int32_t value, std::int32_t lowest) noexcept {
            value, stack_file::kSmallest, stack_file::kLargest, vosk_name(VOSK_FILE_CORRUPT), VOSK_FILE_CORRUPT)
 
 // Positions are checked against fixed bounds only, never against the file size or each other.
-int check(const tracer &trace, const control &c) noexcept {
+int check(const tracer &trace, const control &c, reclaim_rule rule) noexcept {
   if (outside(c.file_size, stack_file::kSmallest)) {
     VK_OUT_OF_RANGE(trace, "File size", c.file_size);
-  } else if (outside(c.recording_position, stack_file::kHeaderSize)) {
+  } else if (outside(c.recording_position, stack_file::kHeaderSize, highest_position(c, rule))) {
     VK_OUT_OF_RANGE(trace, "Current recording position", c.recording_position);
   } else if (outside(c.earliest_record, stack_file::kHeaderSize)) {
     VK_OUT_OF_RANGE(trace, "Earliest record location", c.earliest_record);
@@ -75,7 +81,8 @@ bool is_unfinished(std::uint32_t version, ssize_t count) noexcept {
 
 }  // namespace
 
-int vk_get_stack_ctrl_info(int trace_on, const char *trace_path, int fd, stack_header *header, bool may_wait) noexcept {
+int vk_get_stack_ctrl_info(int trace_on, const char *trace_path, int fd, stack_header *header, bool may_wait,
+                           reclaim_rule rule) noexcept {
   const tracer trace(trace_on, trace_path, "vk_get_stack_ctrl_info");
   if (fd < 0) {
     VK_TRACE(trace, "Invalid VOSK Error Stack file descriptor %d\n", fd);
@@ -101,7 +108,7 @@ int vk_get_stack_ctrl_info(int trace_on, const char *trace_path, int fd, stack_h
              version, vosk_name(VOSK_FILE_CORRUPT), VOSK_FILE_CORRUPT);
     return VOSK_FILE_CORRUPT;
   }
-  if (check(trace, c) != VOSK_SUCCESS) return VOSK_FILE_CORRUPT;
+  if (check(trace, c, rule) != VOSK_SUCCESS) return VOSK_FILE_CORRUPT;
   VK_TRACE(trace,
            "Stack file version: VOSK_STACK_VERSION_1 (0x%x)\nInit offset: %d bytes, Recording position: %d bytes\n"
            "Earliest rec offset: %d bytes, File size: %d bytes, Wrapped: %d\nReturning %s(%d)\n",

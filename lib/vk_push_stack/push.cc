@@ -19,6 +19,7 @@
 #include "lib/vk_push_stack/reclamation.h"
 #include "lib/vk_push_stack/record.h"
 #include "lib/vk_push_stack/stack_access.h"
+#include "lib/vk_push_stack/whole_records.h"
 #include "lib/vk_test_stack/test_environment.h"
 #include "utils/code_names.h"
 #include "utils/file_size_guard.h"
@@ -268,8 +269,9 @@ int pusher::trace_failed_write(std::size_t size, ssize_t written) const noexcept
 
 // Writes the record and then the header that leads to it. The file is open and locked; it is left in every case.
 progress pusher::write_record(int fd, bool may_wait) noexcept {
+  const reclaim_rule rule = chosen_rule();
   stack_header header;
-  int result = vk_get_stack_ctrl_info(trace_on_, trace_path_, fd, &header, may_wait);
+  int result = vk_get_stack_ctrl_info(trace_on_, trace_path_, fd, &header, may_wait, rule);
   if (result == kStackUnfinished) {
     leave_stack(fd);
     return progress::unfinished;
@@ -279,7 +281,10 @@ progress pusher::write_record(int fd, bool may_wait) noexcept {
     return fail(result == VOSK_FILE_CORRUPT ? report(kControlFailed, 41, stack_path_, "vk_get_stack_ctrl_info")
                                             : report(VK_UNEXPECTED, 30, "vk_get_stack_ctrl_info"));
   }
-  result = vk_clear_records(trace_on_, trace_path_, fd, &header, length_);
+  // The records of a foreign version are not ours to tell whole ones from leftovers.
+  const bool by_whole_records = rule == reclaim_rule::whole && header.version == stack_file::kVersion1;
+  result = by_whole_records ? clear_whole_records(trace_on_, trace_path_, fd, &header, length_)
+                            : vk_clear_records(trace_on_, trace_path_, fd, &header, length_);
   if (result != VOSK_SUCCESS) {
     leave_stack(fd);
     return fail(result == VOSK_FILE_CORRUPT ? report(kControlFailed, 41, stack_path_, "vk_clear_records")

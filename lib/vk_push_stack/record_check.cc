@@ -1,0 +1,104 @@
+#include "lib/vk_push_stack/record_check.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "lib/vk_push_stack/stack_file.h"
+#include "qx_cu.h"
+#include "qx_vosk.h"
+#include "utils/vk_eid/fields.h"
+
+namespace vk {
+namespace {
+
+constexpr char kStackHeaderDigit = '7';  // version 2, stack
+constexpr std::size_t kBodyMax = stack_file::kRecordMax - stack_file::kPrefixSize;
+// A record of this size and less has all its fields: one that does not fit is at most eight bytes wide.
+constexpr std::size_t kSurelyComplete = kBodyMax - 8;
+
+// Takes fields off a body, remembering whether all were there.
+class body_reader {
+ public:
+  explicit body_reader(std::span<const unsigned char> body) noexcept : body_(body) {}
+  std::uint32_t u32() noexcept {
+    std::uint32_t value = 0;
+    if (const unsigned char *at = skip(sizeof value); at != nullptr) std::memcpy(&value, at, sizeof value);
+    return value;
+  }
+  const unsigned char *skip(std::size_t size) noexcept {
+    if (size > body_.size() - at_) {
+      complete_ = false;
+      at_ = body_.size();
+      return nullptr;
+    }
+    const unsigned char *field = body_.data() + at_;
+    at_ += size;
+    return field;
+  }
+  void text() noexcept {
+    const unsigned char *start = body_.data() + at_;
+    const void *end = at_ < body_.size() ? std::memchr(start, 0, body_.size() - at_) : nullptr;
+    if (end == nullptr) {
+      complete_ = false;
+      at_ = body_.size();
+    } else {
+      at_ += static_cast<std::size_t>(static_cast<const unsigned char *>(end) - start) + 1;
+    }
+  }
+  bool complete() const noexcept { return complete_; }
+  bool at_end() const noexcept { return at_ == body_.size(); }
+
+ private:
+  std::span<const unsigned char> body_;
+  std::size_t at_ = 0;
+  bool complete_ = true;
+};
+
+// An identifier and the time beside it: both missing, or of the same second.
+bool agree(const unsigned char *eid, std::uint32_t seconds) noexcept {
+  constexpr unsigned char kNone[VK_EID_SIZE] = {};
+  if (std::memcmp(eid, kNone, sizeof kNone) == 0) return seconds == 0;
+  if (eid[0] != kStackHeaderDigit || eid[kEidDigits] != '\0') return false;
+  if (std::memchr(eid, 0, kEidDigits) != nullptr) return false;
+  char digits[kSecondsDigits + 1] = {};
+  std::memcpy(digits, eid + kTimeAt, kSecondsDigits);
+  return static_cast<std::uint32_t>(vk_a64l(digits)) == seconds;
+}
+
+}  // namespace
+
+std::size_t whole_record_size(std::span<const unsigned char> bytes) noexcept {
+  std::uint32_t prefix[2];
+  if (bytes.size() < sizeof prefix) return 0;
+  std::memcpy(prefix, bytes.data(), sizeof prefix);
+  const std::size_t length = prefix[0];
+  if (length == 0 || length > kBodyMax || prefix[1] != 0 || length > bytes.size() - sizeof prefix) return 0;
+
+  body_reader body(bytes.subspan(sizeof prefix, length));
+  if (body.u32() != 0) return 0;
+  const unsigned char *eid = body.skip(VK_EID_SIZE);
+  (void)body.skip(VK_EID_SIZE);  // the associated identifier is whatever the caller gave
+  const std::uint32_t seconds = body.u32();
+  if (!body.complete() || !agree(eid, seconds)) return 0;
+  body.text();          // process name
+  (void)body.skip(12);  // process, parent, thread
+  body.text();          // source file
+  body.text();          // version
+  body.text();          // product
+  (void)body.skip(4);   // line
+  body.text();          // catalogue
+  (void)body.skip(8);   // set and number
+  body.text();          // default message
+  const std::uint32_t arguments = body.u32();
+  for (std::uint32_t i = 0; i < arguments && body.complete(); ++i) {
+    if (body.u32() == CU_ARG_STRING)
+      body.text();
+    else
+      (void)body.skip(sizeof(cu_arg_t::value));
+  }
+  body.text();  // details
+  const bool exact = body.complete() && body.at_end();
+  return exact || length > kSurelyComplete ? length + sizeof prefix : 0;
+}
+
+}  // namespace vk
