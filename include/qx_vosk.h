@@ -2,8 +2,8 @@
  * qx_vosk.h - libqx_vosk records a failure at the moment it is first detected.
  *
  * An incident goes to one of two places: the VOSK Error Stack, a small circular file that a process tree shares, or the
- * System Log. Every recording returns a VOSK Error Identifier, 42 printable characters that say where, when and on which
- * node the record was made; the next process can refer back to it.
+ * System Log. Every recording returns a VOSK Error Identifier, 42 printable characters that say where, when and on
+ * which node the record was made; the next process can refer back to it.
  *
  *   vk_eid_t eid;
  *   vk_init_1(VK_STACK_CREAT);
@@ -12,8 +12,9 @@
  *   vk_display_fid_1(eid);
  *
  * Results. Utility routines return 0 or a negative VOSK_ code. Routines that end in _1 and report through libqx_cu
- * (vk_init_*, vk_test_stack_*, vk_push_stack_*, vk_log_error_1, vk_display_fid_*) return the identifier of the last error
- * or attention that they reported, 0 when there was none; the reported message is the thread's current error of libqx_cu.
+ * (vk_init_*, vk_test_stack_*, vk_push_stack_*, vk_log_error_1, vk_display_fid_*) return the identifier of the last
+ * error or attention that they reported, 0 when there was none; the reported message is the thread's current error of
+ * libqx_cu.
  *
  * Tracing. Routines whose first two arguments are `trace_on` and `trace_path` write to the trace file `trace_path` when
  * `trace_on` is exactly 1; `trace_path` may be null otherwise. The others that trace decide for themselves, once per
@@ -43,8 +44,8 @@ extern "C" {
 #endif
 
 /*
- * printf formats of callers may be positional ("%1$s") or empty, which strict compilers warn of; so they are checked only
- * where the caller defines VK_CHECK_FORMAT before including this header.
+ * printf formats of callers may be positional ("%1$s") or empty, which strict compilers warn of; so they are checked
+ * only where the caller defines VK_CHECK_FORMAT before including this header.
  */
 #if defined(VK_CHECK_FORMAT) && defined(__GNUC__)
 #define VK_PRINTF_FORMAT(format_index, first_argument) __attribute__((format(printf, format_index, first_argument)))
@@ -55,77 +56,77 @@ extern "C" {
 /* ---- Result codes of the utility routines ---- */
 
 #define VOSK_SUCCESS 0
-#define VOSK_FAILURE (-1)             /* unexpected system error */
-#define VOSK_INV_PARAM1 (-2)          /* first parameter invalid */
-#define VOSK_INV_PARAM2 (-3)          /* second parameter invalid */
-#define VOSK_INV_PARAM3 (-4)          /* third parameter invalid */
-#define VOSK_INV_PARAM4 (-5)          /* fourth parameter invalid */
-#define VOSK_INV_PARAM5 (-6)          /* fifth parameter invalid */
-#define VOSK_INV_PARAM6 (-7)          /* sixth parameter invalid */
-#define VOSK_INV_PARAM7 (-8)          /* seventh parameter invalid */
-#define VOSK_INV_PARAM8 (-9)          /* eighth parameter invalid */
-#define VOSK_INV_PARAM9 (-10)         /* ninth parameter invalid */
-#define VOSK_INV_PARAMCOMBO (-11)     /* parameters that may not be combined */
-#define VOSK_DIR_ACCESS (-13)         /* a directory cannot be searched */
-#define VOSK_DIR_MISSING (-14)        /* a directory or path component is missing or is not a directory */
-#define VOSK_STALE_FS (-15)           /* stale remote file system */
-#define VOSK_PERM_DENIED (-16)        /* creation, opening for writing or a permission change refused */
-#define VOSK_NOT_DIR (-17)            /* exists but is not a directory */
-#define VOSK_NO_SPACE (-18)           /* five percent of the file system cannot be left free */
-#define VOSK_NO_RESOURCE (-20)        /* open-file table full, file size limit or disk quota */
-#define VOSK_LINK_LOOP (-21)          /* too many symbolic links */
-#define VOSK_NAME_TOO_LONG (-22)      /* path name too long */
-#define VOSK_IS_DIR (-23)             /* the name is a directory */
-#define VOSK_FILE_MISSING (-24)       /* the file does not exist */
-#define VOSK_FILE_ACCESS (-25)        /* the file cannot be accessed */
-#define VOSK_FILE_CORRUPT (-26)       /* contents not as expected, or a read, seek or write failed */
-#define VOSK_FILE_EXIST (-27)         /* the file already exists */
-#define VOSK_LOCK_FAILED (-28)        /* the lock could not be taken */
-#define VOSK_UNLOCK_FAILED (-29)      /* the lock could not be released */
-#define VOSK_IO_ERROR (-30)           /* input or output error while copying a file */
-#define VOSK_INV_ENV (-31)            /* the VOSK Environment is not valid */
-#define VOSK_INV_FID (-36)            /* not a valid VOSK Error Identifier */
-#define VOSK_STACK_STEP_FAILED (-38)  /* an internal step of a stack recording failed */
-#define VOSK_UNSUPPORTED (-99)        /* version or feature not supported */
+#define VOSK_FAILURE (-1)            /* unexpected system error */
+#define VOSK_INV_PARAM1 (-2)         /* first parameter invalid */
+#define VOSK_INV_PARAM2 (-3)         /* second parameter invalid */
+#define VOSK_INV_PARAM3 (-4)         /* third parameter invalid */
+#define VOSK_INV_PARAM4 (-5)         /* fourth parameter invalid */
+#define VOSK_INV_PARAM5 (-6)         /* fifth parameter invalid */
+#define VOSK_INV_PARAM6 (-7)         /* sixth parameter invalid */
+#define VOSK_INV_PARAM7 (-8)         /* seventh parameter invalid */
+#define VOSK_INV_PARAM8 (-9)         /* eighth parameter invalid */
+#define VOSK_INV_PARAM9 (-10)        /* ninth parameter invalid */
+#define VOSK_INV_PARAMCOMBO (-11)    /* parameters that may not be combined */
+#define VOSK_DIR_ACCESS (-13)        /* a directory cannot be searched */
+#define VOSK_DIR_MISSING (-14)       /* a directory or path component is missing or is not a directory */
+#define VOSK_STALE_FS (-15)          /* stale remote file system */
+#define VOSK_PERM_DENIED (-16)       /* creation, opening for writing or a permission change refused */
+#define VOSK_NOT_DIR (-17)           /* exists but is not a directory */
+#define VOSK_NO_SPACE (-18)          /* five percent of the file system cannot be left free */
+#define VOSK_NO_RESOURCE (-20)       /* open-file table full, file size limit or disk quota */
+#define VOSK_LINK_LOOP (-21)         /* too many symbolic links */
+#define VOSK_NAME_TOO_LONG (-22)     /* path name too long */
+#define VOSK_IS_DIR (-23)            /* the name is a directory */
+#define VOSK_FILE_MISSING (-24)      /* the file does not exist */
+#define VOSK_FILE_ACCESS (-25)       /* the file cannot be accessed */
+#define VOSK_FILE_CORRUPT (-26)      /* contents not as expected, or a read, seek or write failed */
+#define VOSK_FILE_EXIST (-27)        /* the file already exists */
+#define VOSK_LOCK_FAILED (-28)       /* the lock could not be taken */
+#define VOSK_UNLOCK_FAILED (-29)     /* the lock could not be released */
+#define VOSK_IO_ERROR (-30)          /* input or output error while copying a file */
+#define VOSK_INV_ENV (-31)           /* the VOSK Environment is not valid */
+#define VOSK_INV_FID (-36)           /* not a valid VOSK Error Identifier */
+#define VOSK_STACK_STEP_FAILED (-38) /* an internal step of a stack recording failed */
+#define VOSK_UNSUPPORTED (-99)       /* version or feature not supported */
 
 /* ---- Results of the reporting routines: errors ---- */
 
 #define VK_SUCCESS 0
-#define VK_INHERIT_SUCCESS 1  /* an ancestor's environment was inherited */
-#define VK_UNKNOWN_OPTION 12  /* the option code is not known */
-#define VK_INHERIT_INV 13     /* creation and inheritance asked for at once */
-#define VK_ENV_EXIST 14       /* the process owns an environment already */
-#define VK_NO_VK_ENVIR 15     /* no environment, or not the process's own */
-#define VK_ENV_FAILED 16      /* the environment could not be established */
-#define VK_ENV_CORRUPT 17     /* the variables contradict each other */
-#define VK_NO_MEMORY 18       /* no memory for the environment's values */
+#define VK_INHERIT_SUCCESS 1 /* an ancestor's environment was inherited */
+#define VK_UNKNOWN_OPTION 12 /* the option code is not known */
+#define VK_INHERIT_INV 13    /* creation and inheritance asked for at once */
+#define VK_ENV_EXIST 14      /* the process owns an environment already */
+#define VK_NO_VK_ENVIR 15    /* no environment, or not the process's own */
+#define VK_ENV_FAILED 16     /* the environment could not be established */
+#define VK_ENV_CORRUPT 17    /* the variables contradict each other */
+#define VK_NO_MEMORY 18      /* no memory for the environment's values */
 /* 19: the stack directory cannot be accessed */
-#define VK_STACK_ACCESS 20    /* the stack file cannot be opened or created */
+#define VK_STACK_ACCESS 20 /* the stack file cannot be opened or created */
 /* 21: a stack file of the computed name exists already
  * 22: the stack file cannot be locked
  * 24: the stack file's control information is unusable or cannot be updated
  * 25: the stack file's name is a directory
  * 40: not enough space for a stack file */
-#define VK_IO_FAILED 41       /* seeking in or writing to the stack file failed */
+#define VK_IO_FAILED 41 /* seeking in or writing to the stack file failed */
 /* 42: stacks are disabled for this process; it is set up for the System Log only */
-#define VK_UNEXPECTED 99      /* unexpected failure */
+#define VK_UNEXPECTED 99 /* unexpected failure */
 
 /* ---- Results of the recording routines: attentions; the record was made all the same ---- */
 
-#define VK_DETAIL_BOTH 26       /* detail data and a detail file: the file was ignored */
-#define VK_NO_EID_PTR 27        /* nowhere to return the identifier; or an identifier to display is not one */
-#define VK_NO_RESOURCE_NAME 28  /* no resource name */
-#define VK_NO_FILE_INFO 29      /* source file, version, product or line missing; or nothing describes the incident */
-#define VK_NO_DEFAULT_MSG 30    /* no default message */
-#define VK_NO_MSG_INFO 31       /* no catalogue, set or message number */
-#define VK_COPY_FAILED 32       /* the detail file could not be copied */
-#define VK_BAD_EVENT_TYPE 33    /* unknown event type; VOSK_DEBUG was used */
-#define VK_NO_SYSLOG_MSG 34     /* no message */
-#define VK_NO_DETAILS 35        /* neither detail data nor a detail file */
-#define VK_BAD_DETAIL_SIZE 36   /* detail data of length 0 */
-#define VK_NO_UNIQUE_EID 37     /* no identifier could be made */
-#define VK_SYSLOG_FAILED 38     /* reserved: an error, no record was made */
-#define VK_RECORD_TRUNCATED 44  /* the record was cut to 1024 bytes */
+#define VK_DETAIL_BOTH 26      /* detail data and a detail file: the file was ignored */
+#define VK_NO_EID_PTR 27       /* nowhere to return the identifier; or an identifier to display is not one */
+#define VK_NO_RESOURCE_NAME 28 /* no resource name */
+#define VK_NO_FILE_INFO 29     /* source file, version, product or line missing; or nothing describes the incident */
+#define VK_NO_DEFAULT_MSG 30   /* no default message */
+#define VK_NO_MSG_INFO 31      /* no catalogue, set or message number */
+#define VK_COPY_FAILED 32      /* the detail file could not be copied */
+#define VK_BAD_EVENT_TYPE 33   /* unknown event type; VOSK_DEBUG was used */
+#define VK_NO_SYSLOG_MSG 34    /* no message */
+#define VK_NO_DETAILS 35       /* neither detail data nor a detail file */
+#define VK_BAD_DETAIL_SIZE 36  /* detail data of length 0 */
+#define VK_NO_UNIQUE_EID 37    /* no identifier could be made */
+#define VK_SYSLOG_FAILED 38    /* reserved: an error, no record was made */
+#define VK_RECORD_TRUNCATED 44 /* the record was cut to 1024 bytes */
 
 /* ---- Log event types, for vk_log_error_1 ---- */
 
@@ -139,9 +140,9 @@ extern "C" {
 
 /* ---- Option codes of vk_init_1 ---- */
 
-#define VK_LOG 0            /* System Log only: VOSKADDR and VOSKPNAME */
-#define VK_STACK_CREAT 1    /* create an environment, or inherit the one that exists */
-#define VK_STACK_INHERIT 2  /* inherit the environment that an ancestor passed down */
+#define VK_LOG 0           /* System Log only: VOSKADDR and VOSKPNAME */
+#define VK_STACK_CREAT 1   /* create an environment, or inherit the one that exists */
+#define VK_STACK_INHERIT 2 /* inherit the environment that an ancestor passed down */
 
 /* ---- Where an identifier's record was made ---- */
 
@@ -188,15 +189,14 @@ int vk_init_1(int option_code);
  * name stands for the command name that the kernel reports. With `mode` 1 the variables are printed on standard output,
  * one NAME=value a line, and nothing is changed; any other mode puts them into the process's environment, where child
  * processes inherit them. Nothing touches the stack file, which the first recording creates.
- *   VK_STACK_CREAT    sets VOSKSTACK, VOSKORIG, VOSKPID, VOSKADDR and VOSKPNAME; where VOSKSTACK is set already, inherits
- *   VK_STACK_INHERIT  takes over an ancestor's environment: sets VOSKPID and VOSKPNAME
- *   VK_LOG            sets VOSKADDR and VOSKPNAME, for the System Log only
- * While VOSKSDISABLE is present (even empty), the first two do what VK_LOG does and give 42.
- * Codes of 4 and more are refused with 12. Negative codes are taken by their two low bits.
+ *   VK_STACK_CREAT    sets VOSKSTACK, VOSKORIG, VOSKPID, VOSKADDR and VOSKPNAME; where VOSKSTACK is set already,
+ * inherits VK_STACK_INHERIT  takes over an ancestor's environment: sets VOSKPID and VOSKPNAME VK_LOG            sets
+ * VOSKADDR and VOSKPNAME, for the System Log only While VOSKSDISABLE is present (even empty), the first two do what
+ * VK_LOG does and give 42. Codes of 4 and more are refused with 12. Negative codes are taken by their two low bits.
  * Returns 0; 1 VK_INHERIT_SUCCESS; 12 unknown option; 13 both options; 14 the process owns an environment already;
  * 15 nothing to inherit; 16 no process information or node address, or the environment cannot be changed; 17 variables
- * that contradict each other; 18 no memory; 19 the stack directory cannot be accessed; 21 the stack file exists already;
- * 42 stacks are disabled; 99 unexpected. Variables set before a failure stay set.
+ * that contradict each other; 18 no memory; 19 the stack directory cannot be accessed; 21 the stack file exists
+ * already; 42 stacks are disabled; 99 unexpected. Variables set before a failure stay set.
  */
 int vk_init_main_1(int option_code, const char *proc_name, int pid, int mode);
 
@@ -217,26 +217,19 @@ int vk_test_stack_main_1(int pid);
 
 /*
  * vk_push_stack_1 records an incident into the calling process's VOSK Error Stack.
- *   fid              out: the identifier, 43 bytes; written when the record is made, zeroed where no identifier could be
- *                    made, untouched on errors; may be null (27)
- *   assoc_fid        identifier of an earlier incident that this one follows from, or null or empty; a buffer of 43 bytes
- *                    (vk_eid_t): all 43 are copied
- *   resource_name    the reporting resource; not stored
- *   product_name, source_file, source_version, line
- *                    where the failure was detected; missing ones are replaced ("qrn_product", "unknown_file",
- *                    "no_version_num", 0)
- *   reserved         never read; pass 0
- *   detail_data      free text, or null
- *   detail_file      path of a file to copy into /var/adm/vosk/dumps and cite, or null; ignored (26) beside detail_data
- *   catalogue_name, message_set, message_number, default_message, ...
- *                    the description: a catalogue message, and the printf format (plain or positional) with its
- *                    arguments that stands in where the catalogue is missing
- * A record holds at most 1024 bytes; a longer one is cut (44), string arguments to 64 bytes each.
- * Returns 0; an attention 26 to 32, 35, 37 or 44 (the last one that applied; the record was made); 15 or 17 from the
- * environment test; 17 VOSKPID is another process; 19, 20, 22, 24, 25, 40, 41, 99 the stack file could not be created,
- * opened, locked, read or written: nothing was recorded.
- * Creates the stack file when it does not exist. May wait for other processes' recordings, and up to half a second for
- * a stack file that another process is just creating.
+ *   fid              out: the identifier, 43 bytes; written when the record is made, zeroed where no identifier could
+ * be made, untouched on errors; may be null (27) assoc_fid        identifier of an earlier incident that this one
+ * follows from, or null or empty; a buffer of 43 bytes (vk_eid_t): all 43 are copied resource_name    the reporting
+ * resource; not stored product_name, source_file, source_version, line where the failure was detected; missing ones are
+ * replaced ("qrn_product", "unknown_file", "no_version_num", 0) reserved         never read; pass 0 detail_data free
+ * text, or null detail_file      path of a file to copy into /var/adm/vosk/dumps and cite, or null; ignored (26) beside
+ * detail_data catalogue_name, message_set, message_number, default_message, ... the description: a catalogue message,
+ * and the printf format (plain or positional) with its arguments that stands in where the catalogue is missing A record
+ * holds at most 1024 bytes; a longer one is cut (44), string arguments to 64 bytes each. Returns 0; an attention 26 to
+ * 32, 35, 37 or 44 (the last one that applied; the record was made); 15 or 17 from the environment test; 17 VOSKPID is
+ * another process; 19, 20, 22, 24, 25, 40, 41, 99 the stack file could not be created, opened, locked, read or written:
+ * nothing was recorded. Creates the stack file when it does not exist. May wait for other processes' recordings, and up
+ * to half a second for a stack file that another process is just creating.
  */
 int vk_push_stack_1(vk_eid_t *fid, const char *assoc_fid, const char *resource_name, const char *product_name,
                     const char *source_file, const char *source_version, int line, uint64_t reserved,
@@ -277,10 +270,10 @@ int vk_log_error_1(vk_eid_t *eid, const char *assoc_fid, const char *resource, c
 
 /*
  * vk_make_dump_file_copy copies the file `input` to a new file in /var/adm/vosk/dumps, named after VOSKPNAME, the
- * process id and the local time in seconds, and writes the name to cite to `output` (4096 bytes): the copy's on success,
- * else `input` itself; `output` stays as it was where `input` fails its own test.
- * Returns 0; -4 null or empty `input`; -5 null `output`; a code of vk_test_for_file or vk_test_for_dir for the input or
- * the directory; -27 two copies within one second; -31 VOSKPNAME unset or with a slash; -16, -18, -20, -30, -1.
+ * process id and the local time in seconds, and writes the name to cite to `output` (4096 bytes): the copy's on
+ * success, else `input` itself; `output` stays as it was where `input` fails its own test. Returns 0; -4 null or empty
+ * `input`; -5 null `output`; a code of vk_test_for_file or vk_test_for_dir for the input or the directory; -27 two
+ * copies within one second; -31 VOSKPNAME unset or with a slash; -16, -18, -20, -30, -1.
  */
 int vk_make_dump_file_copy(int trace_on, const char *trace_path, const char *input, char *output);
 
@@ -333,15 +326,16 @@ enum {
 /*
  * vk_mk_syslog_msg_1 writes a message to `buffer`: the template's title and description, then label and value of each
  * detail field, one a line, labels and description from `catalogue` (an open one of catopen) where it has them. A field
- * that does not fit, or that starts outside the `detail_len` bytes of `detail_data`, ends the text. At most 946 bytes of
- * the `buffer_size` are used, the last of them a zero byte.
- * Returns min(buffer_size, 946); with a size of 0 or less nothing is written.
+ * that does not fit, or that starts outside the `detail_len` bytes of `detail_data`, ends the text. At most 946 bytes
+ * of the `buffer_size` are used, the last of them a zero byte. Returns min(buffer_size, 946); with a size of 0 or less
+ * nothing is written.
  */
 int32_t vk_mk_syslog_msg_1(const vk_syslog_tmpl_t *tmpl, const void *detail_data, uint32_t detail_len, char *buffer,
                            int32_t buffer_size, nl_catd catalogue);
 
 /*
- * vk_make_file_info_msg writes "product,file,version,line" to the 46 bytes of `field`: filled with blanks, or cut with a
+ * vk_make_file_info_msg writes "product,file,version,line" to the 46 bytes of `field`: filled with blanks, or cut with
+ * a
  * '>' as the last character; no zero byte. The file is the last component of `source_file`. `flags` has VK_FLAG_COUNT
  * entries; those of the file name, version, product and line say what is missing and replaced. Returns 46.
  */
@@ -349,8 +343,8 @@ int vk_make_file_info_msg(int trace_on, const char *trace_path, char *field, con
                           const char *source_file, const char *version, int line, const uint32_t *flags);
 
 /*
- * vk_determine_bsd_priority stores the syslog priority of `event_type` behind `priority`. An unknown type has LOG_DEBUG,
- * and sets state[VK_FLAG_BAD_EVENT_TYPE] to 1 when `mark` is 1; `state` has VK_FLAG_COUNT entries.
+ * vk_determine_bsd_priority stores the syslog priority of `event_type` behind `priority`. An unknown type has
+ * LOG_DEBUG, and sets state[VK_FLAG_BAD_EVENT_TYPE] to 1 when `mark` is 1; `state` has VK_FLAG_COUNT entries.
  */
 void vk_determine_bsd_priority(int trace_on, const char *trace_path, uint32_t event_type, int32_t *priority, int mark,
                                uint32_t *state);
@@ -461,11 +455,11 @@ int vk_test_ipaddr(int trace_on, const char *trace_path, const char *ip_addr, co
 /* ---- Base 64 ---- */
 
 /*
- * vk_l64a_r writes `value` in base 64 to `buffer`, least significant digit first, and a zero byte behind it. At most six
- * digits are written; bits 36 and above are dropped. The value 0 yields an empty string. `buflen` is not the size of
- * `buffer`: a digit may land at buffer[buflen] and the zero byte behind it, so `buffer` needs room for
- * min(buflen + 2, 7) bytes. Returns 0, or -1 with errno EINVAL if `buffer` is NULL or the digits pass `buflen`
- * (buffer[0] is then zero). Safe in signal handlers and threads.
+ * vk_l64a_r writes `value` in base 64 to `buffer`, least significant digit first, and a zero byte behind it. At most
+ * six digits are written; bits 36 and above are dropped. The value 0 yields an empty string. `buflen` is not the size
+ * of `buffer`: a digit may land at buffer[buflen] and the zero byte behind it, so `buffer` needs room for min(buflen +
+ * 2, 7) bytes. Returns 0, or -1 with errno EINVAL if `buffer` is NULL or the digits pass `buflen` (buffer[0] is then
+ * zero). Safe in signal handlers and threads.
  */
 int vk_l64a_r(uint64_t value, char *buffer, int buflen);
 
@@ -513,8 +507,8 @@ int vk_create_debug_file(const char *path);
 int fclear(int fd, int64_t length);
 
 /*
- * vk_test_for_file returns 0 if `path` exists and is not a directory; -2 null or empty; -13, -14 its directory cannot be
- * searched or is missing; -23 a directory (block devices and sockets count as such); -24 missing; -25 no access; -1.
+ * vk_test_for_file returns 0 if `path` exists and is not a directory; -2 null or empty; -13, -14 its directory cannot
+ * be searched or is missing; -23 a directory (block devices and sockets count as such); -24 missing; -25 no access; -1.
  */
 int vk_test_for_file(int trace_on, const char *trace_path, const char *path);
 
@@ -532,9 +526,9 @@ int vk_determine_max_fsize(int trace_on, const char *trace_path, const char *pat
                            int64_t min_size, int64_t *granted_size);
 
 /*
- * vk_allocate_file creates the file `path` with as much of `wanted_size` bytes reserved as the five-percent rule allows,
- * writes the header line of a trace file at its start and stores the size behind `reserved_size`. An existing file is
- * left alone: 0 is returned and nothing stored. Returns 0; -4 null `path`; -13, -14, -15 the directory; -16 not
+ * vk_allocate_file creates the file `path` with as much of `wanted_size` bytes reserved as the five-percent rule
+ * allows, writes the header line of a trace file at its start and stores the size behind `reserved_size`. An existing
+ * file is left alone: 0 is returned and nothing stored. Returns 0; -4 null `path`; -13, -14, -15 the directory; -16 not
  * permitted; -18 no space; -20 a limit; -28 no lock; -1. After a failure no file is left.
  */
 int vk_allocate_file(int trace_on, const char *trace_path, const char *path, int64_t wanted_size, int64_t min_size,

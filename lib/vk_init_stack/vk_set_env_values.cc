@@ -193,6 +193,7 @@ int setter::run(unsigned int mask, const char *proc_name) noexcept {
 
 int vk_set_env_values(int trace_on, const char *trace_path, unsigned int mask, const char *proc_name, int pid,
                       int mode) noexcept {
+  // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): the assignment texts belong to the environment now
   return setter(trace_on, trace_path, pid, mode).run(mask, proc_name);
 }
 

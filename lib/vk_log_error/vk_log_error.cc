@@ -148,6 +148,7 @@ int vk_log_error_1(vk_eid_t *eid, const char *assoc_fid, const char *resource, c
   }
   vk::send(resource, priority, record.c_str(), errno_at_entry);
 
+  // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): the first flag says that the pointer is not null
   if (flags[VK_FLAG_NO_EID_POINTER] == 0 && flags[VK_FLAG_NO_EID] == 0) std::memcpy(*eid, made, sizeof made);
   return vk::raise_attentions(flags, detail_file);
 }

@@ -122,6 +122,7 @@ int vk_obtain_ipaddrs(int trace_on, const char *trace_path, char *addresses, uns
     if (address.sin_family != AF_INET) continue;
     char text[VK_ADDRESS_SLOT] = {};
     const char *dotted = inet_ntoa(address.sin_addr);
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the zeros of `text` are behind it
     std::memcpy(text, dotted, std::min(std::strlen(dotted), sizeof text - 1));
     const auto flags = static_cast<unsigned short>(asked.ifr_flags);
     vk::trace_interface(trace, record, flags, text);
