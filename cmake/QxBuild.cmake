@@ -51,10 +51,26 @@ function(qx_shared_library target version_script)
   set(CMAKE_CXX_IMPLICIT_LINK_LIBRARIES "" PARENT_SCOPE)
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
-    LINKER_LANGUAGE C LINK_DEPENDS "${version_script}"
-    BUILD_RPATH_USE_ORIGIN ON BUILD_RPATH "$ORIGIN")
+    LINKER_LANGUAGE C LINK_DEPENDS "${version_script}")
   target_link_options(${target} PRIVATE "-Wl,--version-script=${version_script}")
   if(NOT QX_VOSK_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,-z,defs)
   endif()
+endfunction()
+
+# qx_find_beside(target rpath install-dir): a library or program of ours finds our libraries by `rpath`, in the build tree and
+# where it is installed; in /usr and /usr/local the system's search finds them. The prefix is known for certain only when
+# the installation runs.
+function(qx_find_beside target rpath install_dir)
+  # As when installed, because CMake would pad the entry of the build tree with one that means the current directory.
+  set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${rpath}")
+  install(CODE "
+    if(CMAKE_INSTALL_PREFIX MATCHES \"^/usr(/local)?/?$\")
+      set(installed \"${install_dir}\")
+      cmake_path(ABSOLUTE_PATH installed BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+      set(installed \"\$ENV{DESTDIR}\${installed}/$<TARGET_FILE_NAME:${target}>\")
+      if(EXISTS \"\${installed}\")
+        file(RPATH_REMOVE FILE \"\${installed}\")
+      endif()
+    endif()" COMPONENT runtime)
 endfunction()

@@ -1,6 +1,8 @@
 #include "catalogue.h"
 
+#include <clocale>
 #include <cstdint>
+#include <cstring>
 
 #include "utils/conversions.h"
 
@@ -10,10 +12,17 @@ static bool is_open(nl_catd handle) noexcept {
   return reinterpret_cast<std::intptr_t>(handle) != -1;
 }
 
-// First for the locale that the program has set, then by the environment alone: a library does not set the locale.
+// A library does not set the locale. Where the program has set none either, the catalogue of C would hide the user's,
+// who is asked for by the environment first then.
+static bool program_set_locale() noexcept {
+  const char *locale = setlocale(LC_MESSAGES, nullptr);
+  return locale != nullptr && std::strcmp(locale, "C") != 0;
+}
+
 static nl_catd open_catalogue(const char *name) noexcept {
-  nl_catd handle = catopen(name, NL_CAT_LOCALE);
-  if (!is_open(handle)) handle = catopen(name, 0);
+  const int first = program_set_locale() ? NL_CAT_LOCALE : 0;
+  nl_catd handle = catopen(name, first);
+  if (!is_open(handle)) handle = catopen(name, first == 0 ? NL_CAT_LOCALE : 0);
   return handle;
 }
 
