@@ -1,0 +1,53 @@
+// What the command line asks for, verb by verb. Filled by arguments.cc, which alone knows the argument library.
+#ifndef TOOLS_VOSK_OPTIONS_H
+#define TOOLS_VOSK_OPTIONS_H
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace vosk {
+
+// A command line that cannot be done: exit status 2.
+class usage_error : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What every verb understands.
+struct common_options {
+  bool json = false, utc = false, raw = false, no_pager = false;
+  std::string color = "auto";
+  std::vector<std::string> copies;  // --dir: directories with stacks copied from this or other nodes
+};
+
+struct record_filters {
+  std::string since, until, around;  // as typed
+  std::vector<std::string> processes, products, sources, messages, patterns;
+  std::vector<unsigned> pids;
+  bool inverted = false;
+};
+
+struct report_options {
+  std::vector<std::string> names;
+  std::string format = "short";
+  record_filters filters;
+  std::optional<std::size_t> last;
+  bool reverse = false;
+};
+
+struct verify_options {
+  std::vector<std::string> names;
+};
+
+struct invocation {
+  std::string program = "vosk";
+  common_options common;
+  std::variant<std::monostate, report_options, verify_options> verb;
+};
+
+}  // namespace vosk
+
+#endif

@@ -1,0 +1,177 @@
+#include "output.h"
+
+#include <fcntl.h>
+#include <langinfo.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "reader/escape.h"
+#include "reader/safe_file.h"
+
+namespace vosk {
+
+namespace {
+
+constexpr std::size_t kBufferSize = 1 << 16;
+
+std::string program_name = "vosk";
+
+bool is_set(const char *name) {
+  const char *const value = std::getenv(name);
+  return value != nullptr && *value != '\0';
+}
+
+bool terminal_has_colours() {
+  const char *const term = std::getenv("TERM");
+  return term != nullptr && std::strcmp(term, "dumb") != 0;
+}
+
+// For the superuser a pager that can start other programs is no good: only less, in its secure mode.
+const char *chosen_pager() {
+  const char *pager = std::getenv("VOSK_PAGER");
+  if (pager == nullptr) pager = std::getenv("PAGER");
+  if (pager == nullptr) return "less";
+  if (*pager == '\0' || std::strcmp(pager, "cat") == 0) return nullptr;
+  return geteuid() == 0 ? "less" : pager;
+}
+
+[[noreturn]] void become_pager(const char *pager, int input, int report) {
+  (void)dup2(input, 0);
+  std::signal(SIGPIPE, SIG_DFL);
+  (void)setenv("LESS", "FRX", 0);
+  if (geteuid() == 0) {
+    (void)setenv("LESSSECURE", "1", 1);
+    execlp(pager, pager, static_cast<char *>(nullptr));
+  } else {
+    execl("/bin/sh", "sh", "-c", pager, static_cast<char *>(nullptr));
+  }
+  const int error = errno;
+  (void)!write(report, &error, sizeof error);
+  _exit(127);
+}
+
+}  // namespace
+
+output::output(const common_options &options, bool paged)
+    : raw_(options.raw), utf8_(std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0) {
+  const bool terminal = isatty(fd_) != 0;
+  colour_ = options.color == "always" ||
+            (options.color == "auto" && terminal && !is_set("NO_COLOR") && terminal_has_colours());
+  if (options.json) colour_ = false;
+  if (paged && terminal && !options.json && !options.no_pager) start_pager();
+}
+
+output::~output() {
+  (void)finish();
+}
+
+void output::start_pager() {
+  const char *const pager = chosen_pager();
+  int text[2], report[2];
+  if (pager == nullptr || pipe2(text, O_CLOEXEC) != 0) return;
+  if (pipe2(report, O_CLOEXEC) != 0) {
+    (void)close(text[0]);
+    (void)close(text[1]);
+    return;
+  }
+  const pid_t child = fork();
+  if (child == 0) become_pager(pager, text[0], report[1]);
+  (void)close(text[0]);
+  (void)close(report[1]);
+  int error = 0;  // the pipe says nothing when the pager has started
+  const bool started = child > 0 && read(report[0], &error, sizeof error) == 0;
+  (void)close(report[0]);
+  if (started) {
+    fd_ = text[1];
+    pager_ = child;
+    return;
+  }
+  (void)close(text[1]);
+  if (child > 0) (void)waitpid(child, nullptr, 0);
+}
+
+void output::write(std::string_view text) {
+  if (state_ != state::open) return;
+  buffer_ += text;
+  if (buffer_.size() >= kBufferSize) flush();
+}
+
+void output::flush() {
+  std::string_view rest = buffer_;
+  while (state_ == state::open && !rest.empty()) {
+    const ssize_t n = ::write(fd_, rest.data(), rest.size());
+    if (n >= 0) {
+      rest.remove_prefix(static_cast<std::size_t>(n));
+    } else if (errno == EPIPE) {
+      state_ = state::reader_gone;
+    } else if (errno != EINTR) {
+      state_ = state::failed;
+      error_ = errno;
+    }
+  }
+  buffer_.clear();
+}
+
+bool output::finish() {
+  flush();
+  if (pager_ > 0) {
+    (void)close(fd_);
+    while (waitpid(pager_, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    pager_ = -1;
+    fd_ = 1;
+  }
+  if (state_ != state::failed) return true;
+  if (error_ != 0) complain("cannot write the output: " + error_text(error_));
+  error_ = 0;
+  return false;
+}
+
+std::string output::safe(std::string_view text) const {
+  return raw_ ? std::string(text) : escaped(text, keep::nothing, utf8_);
+}
+
+std::string output::safe_lines(std::string_view text) const {
+  return raw_ ? std::string(text) : escaped(text, keep::lines, utf8_);
+}
+
+std::string output::painted(style what, std::string_view text) const {
+  const char *code = nullptr;
+  switch (what) {
+    case style::plain:
+      break;
+    case style::time:
+      code = "2";
+      break;
+    case style::process:
+      code = "1";
+      break;
+    case style::identifier:
+      code = "33";
+      break;
+    case style::note:
+      code = "36";
+      break;
+    case style::damage:
+      code = "31";
+      break;
+  }
+  if (!colour_ || code == nullptr || text.empty()) return std::string(text);
+  return std::string("\x1b[") + code + "m" + std::string(text) + "\x1b[0m";
+}
+
+void set_program_name(const std::string &name) {
+  program_name = name;
+}
+
+void complain(const std::string &text) {
+  const std::string line = program_name + ": " + text + "\n";
+  (void)!::write(2, line.data(), line.size());
+}
+
+}  // namespace vosk

@@ -1,0 +1,14 @@
+// The verbs. Each prints its answer and returns the exit status.
+#ifndef TOOLS_VOSK_VERBS_H
+#define TOOLS_VOSK_VERBS_H
+
+#include "options.h"
+
+namespace vosk {
+
+int report(const common_options &common, const report_options &options);
+int verify(const common_options &common, const verify_options &options);
+
+}  // namespace vosk
+
+#endif
