@@ -3,13 +3,18 @@
 #define UTILS_TEXT_H
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 namespace vk {
+
+inline constexpr std::size_t kDecimalSize = 11;  // the longest int
+inline constexpr std::int64_t kBeyondInt = std::int64_t{INT_MAX} + 1;
 
 inline bool is_set(const char *text) noexcept {
   return text != nullptr && *text != '\0';
@@ -28,14 +33,24 @@ inline const char *printable(const char *text) noexcept {
 // A decimal as variables hold it: leading blanks and a sign, text behind it ignored, 0 without a digit, the nearest int
 // when it is out of range.
 inline int decimal(const char *text) noexcept {
-  const long value = std::strtol(text, nullptr, 10);
-  return static_cast<int>(std::clamp<long>(value, INT_MIN, INT_MAX));
+  while (*text == ' ' || (*text >= '\t' && *text <= '\r')) ++text;
+  const bool negative = *text == '-';
+  if (negative || *text == '+') ++text;
+  std::int64_t value = 0;
+  for (; *text >= '0' && *text <= '9'; ++text) value = std::min<std::int64_t>(value * 10 + (*text - '0'), kBeyondInt);
+  return static_cast<int>(std::clamp<std::int64_t>(negative ? -value : value, INT_MIN, INT_MAX));
+}
+
+// Writes `value` in decimal to `out`, which has room for it, without a zero byte; returns the end.
+inline char *put_decimal(char *out, int value) noexcept {
+  return std::to_chars(out, out + kDecimalSize, value).ptr;
 }
 
 // A text assembled piece by piece in a buffer of N bytes, cut where it is full.
 template <std::size_t N>
 class text_builder {
  public:
+  text_builder() noexcept { buffer_[0] = '\0'; }
   void append(std::string_view piece) noexcept {
     const std::size_t n = std::min(piece.size(), room());
     if (n != 0) std::memcpy(buffer_ + size_, piece.data(), n);
@@ -51,7 +66,7 @@ class text_builder {
   const char *c_str() const noexcept { return buffer_; }
 
  private:
-  char buffer_[N] = {};
+  char buffer_[N];
   std::size_t size_ = 0;
 };
 

@@ -2,6 +2,7 @@
 #include <syslog.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -124,7 +125,7 @@ int vk_log_error_1(vk_eid_t *eid, const char *assoc_fid, const char *resource, c
   }
 
   char template_text[16], location[vk::kFileInfo];
-  (void)std::snprintf(template_text, sizeof template_text, "%x", template_id);
+  *std::to_chars(template_text, template_text + sizeof template_text - 1, template_id, 16).ptr = '\0';
   (void)vk_make_file_info_msg(trace_on, trace_path, location, lpp, source_file, sid, line, flags);
   vk::text_builder<vk::kLogRecord + 1> record;
   for (const char *piece :

@@ -10,6 +10,7 @@
 #include "lib/vk_push_stack/stack_file.h"
 #include "utils/code_names.h"
 #include "utils/paths.h"
+#include "utils/vk_utils/allocate_file.h"
 
 namespace vk {
 namespace {
@@ -85,7 +86,7 @@ open_result open_stack(const tracer &trace, const char *path) noexcept {
 
 open_result create_stack(int trace_on, const char *trace_path, const tracer &trace, const char *path) noexcept {
   std::int64_t size = 0;
-  const int result = vk_allocate_file(trace_on, trace_path, path, stack_file::kLargest, stack_file::kSmallest, &size);
+  const int result = allocate_file(trace_on, trace_path, path, stack_file::kLargest, stack_file::kSmallest, &size);
   if (result != VOSK_SUCCESS) return refused(report_reservation(result, path));
   if (size == 0) return open_stack(trace, path);  // another process came first
 

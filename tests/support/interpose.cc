@@ -82,8 +82,15 @@ std::vector<std::pair<int, std::string>> Calls::left_open() const {
   return out;
 }
 
+std::vector<std::size_t> Calls::unreleased() const {
+  std::vector<std::size_t> out;
+  for (const auto &block : blocks_) out.push_back(block.second);
+  return out;
+}
+
 void Calls::clear() {
   log_.clear();
+  blocks_.clear();
   counts_.clear();
   total_ = 0;
   faults_ = 0;

@@ -22,7 +22,8 @@
 // target; allow_unused() takes that back.
 //
 // Names are the C names; open64, stat64 and the like count under their plain name, vsyslog under syslog. malloc, calloc
-// and realloc are counted under their names and under "allocation", can be failed, but are not in the log.
+// and realloc are counted under their names and under "allocation", can be failed, but are not in the log; unreleased()
+// says what is left of them.
 //
 // Recorded calls: stat fstat fstatat statfs open lseek read write close unlink fchmod lockf fcntl; opendir readdir_r
 // closedir; gettimeofday clock_gettime localtime_r ctime_r ctime nanosleep; socket ioctl; getenv putenv getauxval
@@ -109,7 +110,9 @@ class Calls {
   int count_all() const { return total_; }                                       // of all calls, without allocations
   int faults() const { return faults_; }                                         // planned changes that happened
   std::vector<std::pair<int, std::string>> left_open() const;                    // opened during and not closed
-  void clear();                                                                  // forget the log and all counts
+  // The sizes of the blocks that were obtained and not released, in the order of obtaining.
+  std::vector<std::size_t> unreleased() const;
+  void clear();  // forget the log and all counts
 
   // --- Failures; n counts from 1; an empty path means any file ---
   void fail_nth(std::string_view name, int n, int error, std::string_view path = {});
@@ -204,6 +207,7 @@ class Calls {
   };
   std::map<int, Descriptor> descriptors_;
   std::map<const void *, std::string> handles_;  // of opendir
+  std::vector<std::pair<const void *, std::size_t>> blocks_;
 
   struct Clock {
     std::int64_t microseconds;

@@ -15,6 +15,7 @@ extern "C" {
 void *QX_ALLOCATOR(malloc)(size_t);
 void *QX_ALLOCATOR(calloc)(size_t, size_t);
 void *QX_ALLOCATOR(realloc)(void *, size_t);
+void QX_ALLOCATOR(free)(void *);
 }
 
 namespace {
@@ -31,14 +32,33 @@ bool allocation_fails(const char *name) {
   return decision.action == Engine::Action::kFail;
 }
 
+// Notes that `released` is gone and that `block` is there; null is neither.
+void *noted(void *released, void *block, size_t size) {
+  if (armed_calls == nullptr) return block;
+  int before = errno;
+  platform::Calls *calls = armed_calls;
+  armed_calls = nullptr;
+  if (released != nullptr) Engine::released(*calls, released);
+  if (block != nullptr) Engine::obtained(*calls, block, size);
+  armed_calls = calls;
+  errno = before;
+  return block;
+}
+
 }  // namespace
 
 PLATFORM_CALL(void *, malloc, (size_t size)) {
-  return allocation_fails("malloc") ? nullptr : QX_ALLOCATOR(malloc)(size);
+  return allocation_fails("malloc") ? nullptr : noted(nullptr, QX_ALLOCATOR(malloc)(size), size);
 }
 PLATFORM_CALL(void *, calloc, (size_t count, size_t size)) {
-  return allocation_fails("calloc") ? nullptr : QX_ALLOCATOR(calloc)(count, size);
+  return allocation_fails("calloc") ? nullptr : noted(nullptr, QX_ALLOCATOR(calloc)(count, size), count * size);
 }
 PLATFORM_CALL(void *, realloc, (void *block, size_t size)) {
-  return allocation_fails("realloc") ? nullptr : QX_ALLOCATOR(realloc)(block, size);
+  if (allocation_fails("realloc")) return nullptr;
+  void *moved = QX_ALLOCATOR(realloc)(block, size);
+  return noted(moved != nullptr ? block : nullptr, moved, size);
+}
+PLATFORM_CALL(void, free, (void *block)) {
+  noted(block, nullptr, 0);
+  QX_ALLOCATOR(free)(block);
 }

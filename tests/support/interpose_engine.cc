@@ -155,4 +155,12 @@ Engine::Decision Engine::allocation(Calls &calls, const char *name) {
   return decision;
 }
 
+void Engine::obtained(Calls &calls, const void *block, std::size_t size) {
+  calls.blocks_.emplace_back(block, size);
+}
+
+void Engine::released(Calls &calls, const void *block) {
+  std::erase_if(calls.blocks_, [block](const auto &known) { return known.first == block; });
+}
+
 }  // namespace platform

@@ -33,6 +33,8 @@ struct Engine {
   static Decision begin(Calls &calls, Call &call);  // counts, runs the hooks before, looks for a rule
   static void end(Calls &calls, Call call);         // logs, keeps track of descriptors, runs the hooks after
   static Decision allocation(Calls &calls, const char *name);
+  static void obtained(Calls &calls, const void *block, std::size_t size);
+  static void released(Calls &calls, const void *block);
   static std::string label(const Calls &calls, int fd);
   static std::string path_of(const Calls &calls, int fd);
 

@@ -406,6 +406,25 @@ TEST_F(Interpose, FailsAnAllocation) {
   std::free(third);
 }
 
+TEST_F(Interpose, TellsWhichBlocksWereNotReleased) {
+  Calls calls;
+  void *volatile kept = nullptr;
+  void *volatile grown = nullptr;
+  calls.during([&] {
+    kept = std::calloc(3, 5);
+    void *volatile released = std::malloc(20);
+    grown = std::malloc(30);
+    grown = std::realloc(grown, 3000);
+    std::free(released);
+  });
+  EXPECT_THAT(calls.unreleased(), testing::ElementsAre(15, 3000));
+  std::free(kept);
+  std::free(grown);
+  EXPECT_EQ(calls.unreleased().size(), 2U) << "a release outside of the recording counted";
+  calls.clear();
+  EXPECT_THAT(calls.unreleased(), IsEmpty());
+}
+
 TEST_F(Interpose, LeavesIgnoredCallsAlone) {
   Calls calls;
   calls.ignore("getpid");

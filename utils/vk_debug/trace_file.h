@@ -2,9 +2,11 @@
 #ifndef UTILS_VK_DEBUG_TRACE_FILE_H
 #define UTILS_VK_DEBUG_TRACE_FILE_H
 
+#include <algorithm>
 #include <cstddef>
-#include <cstdint>
-#include <cstdio>
+#include <string_view>
+
+#include "utils/text.h"
 
 namespace vk {
 
@@ -20,11 +22,24 @@ struct trace_header {
 // A header with a value wider than five digits is longer than 36 characters.
 inline constexpr std::size_t kTraceHeaderTextSize = 64;
 
+// One field of the header: the key, and the value in five characters or more.
+inline char *put_header_field(char *out, std::string_view key, int value) noexcept {
+  out = std::copy(key.begin(), key.end(), out);
+  char *const filled = out + 5;
+  out = put_decimal(out, value);
+  while (out < filled) *out++ = ' ';
+  return out;
+}
+
 // Writes the header line to `text` and returns its length.
 inline std::size_t format_trace_header(char (&text)[kTraceHeaderTextSize], const trace_header &header) noexcept {
-  const int length = std::snprintf(text, sizeof text, "%s%-5d %s%-5d %s%-5d\n", kOffsetKey, header.next_offset,
-                                   kWrapKey, header.wraps, kSizeKey, header.file_size);
-  return static_cast<std::size_t>(length);
+  char *out = put_header_field(text, kOffsetKey, header.next_offset);
+  *out++ = ' ';
+  out = put_header_field(out, kWrapKey, header.wraps);
+  *out++ = ' ';
+  out = put_header_field(out, kSizeKey, header.file_size);
+  *out++ = '\n';
+  return static_cast<std::size_t>(out - text);
 }
 
 }  // namespace vk

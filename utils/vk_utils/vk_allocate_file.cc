@@ -11,6 +11,7 @@
 #include "utils/file_size_guard.h"
 #include "utils/vk_debug/trace.h"
 #include "utils/vk_debug/trace_file.h"
+#include "utils/vk_utils/allocate_file.h"
 #include "utils/vk_utils/clear_bytes.h"
 #include "utils/vk_utils/free_space.h"
 
@@ -86,11 +87,10 @@ outcome reserve(const vk::tracer &trace, int fd, const char *path, std::int64_t 
 
 }  // namespace
 
-int vk_allocate_file(int trace_on, const char *trace_path, const char *path, std::int64_t wanted_size,
-                     std::int64_t min_size, std::int64_t *reserved_size) {
+int vk::allocate_file(int trace_on, const char *trace_path, const char *path, std::int64_t wanted_size,
+                      std::int64_t min_size, std::int64_t *reserved_size) noexcept {
   if (path == nullptr) return VOSK_INV_PARAM3;
   const vk::tracer trace(trace_on, trace_path, "vk_allocate_file");
-  const vk::file_size_guard guard(vk::kFixedFileReach);
 
   for (std::int64_t request = wanted_size;;) {
     std::int64_t granted = 0;
@@ -125,4 +125,10 @@ int vk_allocate_file(int trace_on, const char *trace_path, const char *path, std
       return VOSK_NO_SPACE;
     }
   }
+}
+
+int vk_allocate_file(int trace_on, const char *trace_path, const char *path, std::int64_t wanted_size,
+                     std::int64_t min_size, std::int64_t *reserved_size) {
+  const vk::file_size_guard guard(vk::kFixedFileReach);
+  return vk::allocate_file(trace_on, trace_path, path, wanted_size, min_size, reserved_size);
 }
