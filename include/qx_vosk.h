@@ -381,7 +381,7 @@ int vk_generate_eid_2(unsigned int trace_on, const char *trace_path, const char 
  *   version_id     1
  *   location_mask  VK_LOCATION_TEMPLATE or VK_LOCATION_STACK
  *   stack_file     256 bytes: name (without directory) of the stack file with the identifier's i-node; set only for a
- *                  stack identifier of this node whose file is found
+ *                  stack identifier of this node whose file is found. 255 bytes are written: zero it first
  *   err_templ_label  the template; set only for a template identifier
  *   timestamp      when it was generated
  *   ip_addr        16 bytes: the address in network order, 4 bytes for IPv4
@@ -396,7 +396,7 @@ int vk_decode_eid(unsigned int trace_on, const char *trace_path, const char *eid
 
 /*
  * vk_decode_eid_2 takes a version 1 or 2 identifier apart. As vk_decode_eid, and:
- *   stack_file_list, list_size  slots of 256 bytes and their number: all names that the i-node has
+ *   stack_file_list, list_size  slots of 256 bytes and their number: all names that the i-node has, as many as fit
  *   bsd_facility, bsd_priority  set for a syslog identifier; the facility as <syslog.h> has it
  * Returns also -11 when bsd_facility or bsd_priority is null, -4 for a malformed selector, -6 for a list size of 0.
  */
@@ -471,7 +471,7 @@ uint64_t vk_a64l(const char *string);
 
 /*
  * vk_selector_substr copies the six characters of the location field, positions 2 to 7, of `identifier` to `out` unless
- * that is null; no zero byte is written.
+ * that is null; no zero byte is written behind them. Of a null `identifier` they are six zero bytes.
  */
 void vk_selector_substr(const char *identifier, char *out);
 

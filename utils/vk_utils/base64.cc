@@ -52,5 +52,9 @@ std::uint64_t vk_a64l(const char *string) {
 }
 
 void vk_selector_substr(const char *identifier, char *out) {
-  if (out != nullptr) std::memcpy(out, identifier + 1, 6);
+  if (out == nullptr) return;
+  if (identifier == nullptr)
+    std::memset(out, 0, 6);
+  else
+    std::memcpy(out, identifier + 1, 6);
 }
