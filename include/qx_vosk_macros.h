@@ -56,9 +56,12 @@
 #define VK_PUSH_MESSAGE(eid, cause, details, set, number, ...) \
   vk_push_stack_1(eid, cause, VK_SOURCE, details, NULL, VK_CATALOGUE, set, number, __VA_ARGS__)
 
-/* VK_LOG_ERROR(eid, cause, event_type, format, ...) records in the System Log. */
-#define VK_LOG_ERROR(eid, cause, event_type, ...) \
-  vk_log_error_1(eid, cause, VK_SOURCE, event_type, 0, NULL, 0, NULL, __VA_ARGS__)
+/*
+ * VK_LOG_ERROR(eid, cause, event_type, details, format, ...) records in the System Log. `details` is a text that tells the
+ * library that there are details, or NULL; the record itself holds the message only.
+ */
+#define VK_LOG_ERROR(eid, cause, event_type, details, ...) \
+  vk_log_error_1(eid, cause, VK_SOURCE, event_type, 0, details, -1, NULL, __VA_ARGS__)
 
 /* VK_LOG_FILE(eid, cause, event_type, file, format, ...) copies the file `file` as the details. */
 #define VK_LOG_FILE(eid, cause, event_type, file, ...) \
