@@ -1,7 +1,9 @@
 // The platform calls that ask for the time, the network, the environment and the process, and those that reach
 // catalogues and the System Log.
 #include <net/if.h>
+#include <sys/auxv.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -151,7 +153,7 @@ PLATFORM_CALL(unsigned long, getauxval, (unsigned long type)) {
   NEXT(getauxval);
   if (armed_calls == nullptr) return real(type);
   Recording recording("getauxval");
-  recording.number(static_cast<long long>(type));
+  recording.raw(type == AT_SECURE ? "AT_SECURE" : std::to_string(type));
   return recording.run(~0UL, [&](long long) {
     unsigned long value = 0;
     return Engine::auxval(recording.calls(), type, value) ? value : real(type);
@@ -162,7 +164,7 @@ PLATFORM_CALL(int, getrlimit, (int resource, struct rlimit *out)) {
   NEXT(getrlimit);
   if (armed_calls == nullptr) return real(resource, out);
   Recording recording("getrlimit");
-  recording.number(resource);
+  recording.raw(resource == RLIMIT_FSIZE ? "RLIMIT_FSIZE" : std::to_string(resource));
   return recording.run(
       -1, [&](long long) { return Engine::rlimit_result(recording.calls(), resource, out) ? 0 : real(resource, out); });
 }

@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "support/files.h"
 
 namespace stack_model {
 
@@ -29,6 +33,21 @@ std::string raw(Integer value) {
   char bytes[sizeof value];
   std::memcpy(bytes, &value, sizeof value);
   return std::string(bytes, sizeof bytes);
+}
+
+// A stretch of the file; bytes that are not there are zeros.
+std::string stretch(const File &file, std::int64_t offset, std::size_t length) {
+  std::string out(length, '\0');
+  for (std::size_t i = 0; i < length; ++i) {
+    std::int64_t at = offset + static_cast<std::int64_t>(i);
+    if (at < static_cast<std::int64_t>(file.bytes.size())) out[i] = file.bytes[static_cast<std::size_t>(at)];
+    for (const Write &write : file.far) {
+      std::int64_t inside = at - write.offset;
+      if (inside < 0 || inside >= static_cast<std::int64_t>(write.bytes.size())) continue;
+      out[i] = write.bytes[static_cast<std::size_t>(inside)];
+    }
+  }
+  return out;
 }
 
 // The record under construction: fixed fields that do not fit are left out, the first text that does not fit is cut
@@ -98,9 +117,7 @@ bool reclaim(File &file, Header &header, std::uint32_t body_length, Outcome &out
   if (cleared <= need) {
     for (std::int64_t offset = scan;;) {
       if (offset < 0) return false;  // no such position
-      auto length = offset < kNear
-                        ? std::int64_t{integer_at<std::uint32_t>(file.bytes, static_cast<std::size_t>(offset))}
-                        : std::int64_t{0};
+      std::int64_t length = integer_at<std::uint32_t>(stretch(file, offset, 4), 0);
       if (length == 0) {
         earliest = 24;
         break;
@@ -146,6 +163,32 @@ Header File::header() const {
   header.wrap = integer_at<std::uint8_t>(bytes, 20);
   for (std::size_t i = 0; i < 3; ++i) header.reserved[i] = integer_at<char>(bytes, 21 + i);
   return header;
+}
+
+std::int64_t File::size() const {
+  auto size = static_cast<std::int64_t>(bytes.size());
+  for (const Write &write : far) size = std::max(size, write.offset + static_cast<std::int64_t>(write.bytes.size()));
+  return size;
+}
+
+std::string difference(const File &model, const std::string &path) {
+  std::error_code error;
+  auto size = static_cast<std::int64_t>(std::filesystem::file_size(path, error));
+  if (error) return path + ": " + error.message();
+  if (size != model.size()) return "sizes " + std::to_string(model.size()) + " and " + std::to_string(size);
+  std::ifstream file(path, std::ios::binary);
+  auto compare = [&](std::int64_t offset, std::size_t length) {
+    std::string found(length, '\0');
+    file.seekg(offset);
+    file.read(found.data(), static_cast<std::streamsize>(length));
+    return files::difference(stretch(model, offset, length), found);
+  };
+  std::string found = compare(0, static_cast<std::size_t>(std::min(size, kNear)));
+  for (const Write &write : model.far) {
+    std::string more = compare(write.offset, write.bytes.size());
+    if (!more.empty()) found += " behind " + std::to_string(write.offset) + ": " + more;
+  }
+  return found;
 }
 
 Record build(const Push &push) {
@@ -243,7 +286,7 @@ void apply(File &file, const Write &write, std::size_t bytes) {
   std::string part = write.bytes.substr(0, bytes);
   if (part.empty()) return;
   if (write.offset + static_cast<std::int64_t>(part.size()) > kNear) {
-    file.far[write.offset] = part;
+    file.far.push_back({write.offset, part});
     return;
   }
   auto at = static_cast<std::size_t>(write.offset);

@@ -6,12 +6,11 @@
 //   push.identifier = fid; push.seconds = ...; push.process_name = "service"; ...
 //   stack_model::Outcome expected = stack_model::push(model, stack_model::build(push));  // changes the model
 //   EXPECT_EQ(code, expected.code == 0 ? last_attention : expected.code);
-//   EXPECT_EQ(files::difference(model.bytes, *files::read(path)), "");
+//   EXPECT_EQ(stack_model::difference(model, path), "");
 #ifndef QX_TESTS_SUPPORT_STACK_MODEL_H
 #define QX_TESTS_SUPPORT_STACK_MODEL_H
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,18 +30,22 @@ struct Header {
   std::string text() const;     // all fields, for messages of failed tests
 };
 
-// A file's bytes; what lies beyond a mebibyte is kept apart, since a hostile header can place a record anywhere.
-struct File {
-  std::string bytes;
-  std::map<std::int64_t, std::string> far;
-
-  Header header() const;  // short files are filled up with zeros
-};
-
 struct Write {
   std::int64_t offset;
   std::string bytes;
 };
+
+// A file's bytes; what is written beyond a mebibyte is kept apart, since a hostile header can place a record anywhere.
+struct File {
+  std::string bytes;
+  std::vector<Write> far = {};  // later ones over earlier ones
+
+  Header header() const;  // short files are filled up with zeros
+  std::int64_t size() const;
+};
+
+// Where the file at `path` differs from the model, empty where it does not.
+std::string difference(const File &model, const std::string &path);
 
 struct Argument {
   int type = 1;

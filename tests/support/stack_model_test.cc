@@ -1,7 +1,9 @@
 #include "support/stack_model.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -246,6 +248,22 @@ TEST(StackModel, ReclamationFollowsItsSteps) {
        232,
        0,
        0},
+      {"the reset is to 24 whatever the init offset",
+       Header{0, 100, 232, 328, 8192, 1},
+       {},
+       0,
+       "version 0 init 100 recording 440 earliest 24 size 8192 wrap 1",
+       232,
+       0,
+       0},
+      {"the wrap is to the init offset",
+       Header{0, 100, 8100, 24, 8192, 0},
+       {{100, 300}},
+       0,
+       "version 0 init 100 recording 308 earliest 404 size 8192 wrap 1",
+       100,
+       100,
+       304},
       {"an earliest offset behind the position counts nothing",
        header_of(1000, 24, 1),
        {{24, 300}},
@@ -342,7 +360,7 @@ TEST(StackModel, CorruptFilesStayAsTheyAre) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.bytes.substr(0, 20));
-    File file{row.bytes, {}};
+    File file{row.bytes};
     Outcome outcome = stack_model::push(file, record_of_body(200));
     EXPECT_EQ(outcome.code, 24);
     EXPECT_EQ(outcome.message, 41);
@@ -367,7 +385,7 @@ TEST(StackModel, AnUncheckedVersionIsUsedAsItStands) {
   File far = file_with(Header{16, 24, 0x70000000, 24, 0x7fffffff, 0}, {});
   outcome = stack_model::push(far, record_of_body(200));
   EXPECT_EQ(outcome.code, 0);
-  EXPECT_EQ(far.far.at(0x70000000).size(), 208u);
+  EXPECT_EQ(far.size(), 0x70000000 + 208);
   EXPECT_EQ(far.header().recording, 0x70000000 + 208);
 
   File step = file_with(Header{16, 24, 8100, 24, 0x7fffffff, 1}, {{24, 16388 - 24 - 3}});
@@ -385,11 +403,31 @@ TEST(StackModel, AnUncheckedVersionIsUsedAsItStands) {
 }
 
 TEST(StackModel, APartOfAWriteCanBeApplied) {
-  File file{"abcdef", {}};
+  File file{"abcdef"};
   stack_model::apply(file, {2, "XYZ"}, 2);
   EXPECT_EQ(file.bytes, "abXYef");
   stack_model::apply(file, {8, "!"});
   EXPECT_EQ(file.bytes, std::string("abXYef\0\0!", 9));
+}
+
+TEST(StackModel, AFileIsComparedAlsoFarBehindItsEnd) {
+  files::TemporaryDirectory directory;
+  std::string path = directory / "file";
+  ASSERT_TRUE(files::write(path, "abc"));
+  File file{"abc"};
+  EXPECT_EQ(stack_model::difference(file, path), "");
+  EXPECT_EQ(stack_model::difference(File{"abd"}, path),
+            "first difference at byte 2, expected 64, found 63; sizes 3 and 3");
+  EXPECT_EQ(stack_model::difference(File{"abcd"}, path), "sizes 4 and 3");
+  EXPECT_THAT(stack_model::difference(file, directory / "none"), testing::HasSubstr("No such file"));
+  stack_model::apply(file, {1 << 24, "old"});
+  stack_model::apply(file, {(1 << 24) + 1, "xyz"});
+  int fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  ASSERT_EQ(pwrite(fd, "oxyz", 4, 1 << 24), 4);
+  EXPECT_EQ(stack_model::difference(file, path), "");
+  ASSERT_EQ(pwrite(fd, "!", 1, (1 << 24) + 2), 1);
+  close(fd);
+  EXPECT_THAT(stack_model::difference(file, path), testing::HasSubstr("behind 16777217: first difference at byte 1"));
 }
 
 TEST(StackModel, RecordsAreReadBack) {
