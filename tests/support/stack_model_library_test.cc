@@ -24,6 +24,7 @@ class ModelAndLibrary : public testing::Test {
   void SetUp() override {
     cu_double::reset();
     environment_.unset("VOSKDEBUG");
+    environment_.unset("VOSKRECLAIM");
     environment_.set("VOSKSTACK", kStack);
     environment_.set("VOSKORIG", std::to_string(getpid()));
     environment_.set("VOSKPID", std::to_string(getpid()));
