@@ -17,7 +17,7 @@ set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
 set(QX_VOSK_SANITIZE "" CACHE STRING "Sanitizers to build everything with")
 if(QX_VOSK_SANITIZE)
   list(JOIN QX_VOSK_SANITIZE "," sanitizers)
-  add_compile_options(-fsanitize=${sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  add_compile_options(-fsanitize=${sanitizers} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   add_link_options(-fsanitize=${sanitizers})
   # Instrumented code hides from the compiler what is set where: with it, this warning finds faults in <regex>.
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)

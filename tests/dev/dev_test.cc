@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <regex>
 #include <set>
 
 #include "run_shell.h"
@@ -10,6 +9,7 @@
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using vk::test::all_groups;
 using vk::test::run_shell;
 using vk::test::shell_result;
 
@@ -17,20 +17,17 @@ static std::string contents(const std::string &path) {
   return files::read(path).value_or("");
 }
 
-static std::set<std::string> all_matches(const std::string &text, const char *pattern) {
-  const std::regex expression(pattern, std::regex::multiline);
-  std::set<std::string> found;
-  for (std::sregex_iterator match(text.begin(), text.end(), expression), end; match != end; ++match)
-    found.insert((*match)[1]);
-  return found;
+static std::set<std::string> names(const std::string &text, const std::string &expression) {
+  const std::vector<std::string> found = all_groups(text, expression);
+  return {found.begin(), found.end()};
 }
 
 TEST(Dev, HelpListsEveryCommandThatThereIs) {
   const shell_result help = run_shell(QX_SOURCE_DIR, "./dev help");
   EXPECT_EQ(help.status, 0);
-  const std::set<std::string> commands = all_matches(contents(QX_SOURCE_DIR "/dev"), "^cmd_([a-z]+)\\(\\)");
+  const std::set<std::string> commands = names(contents(QX_SOURCE_DIR "/dev"), "^cmd_([a-z]+)[(][)]");
   EXPECT_GE(commands.size(), 9U);
-  EXPECT_EQ(all_matches(help.output, "^  ([a-z]+) "), commands);
+  EXPECT_EQ(names(help.output, "^  ([a-z]+) "), commands);
 }
 
 TEST(Dev, WithoutACommandShowsTheHelp) {

@@ -1,13 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <regex>
 #include <sstream>
 
 #include "run_shell.h"
 #include "support/files.h"
 
 using testing::HasSubstr;
+using testing::MatchesRegex;
+using vk::test::all_groups;
 using vk::test::run_shell;
 using vk::test::shell_result;
 
@@ -45,7 +46,7 @@ TEST(Readme, ProgramCompilesRunsAndRecordsAsItSays) {
 
   const shell_result ran = run_shell(tree.path(), "./orders");
   EXPECT_EQ(ran.status, 0);
-  EXPECT_TRUE(std::regex_match(ran.output, std::regex("2615-000 [./0-9A-Za-z]{42}\n"))) << ran.output;
+  EXPECT_THAT(ran.output, MatchesRegex("2615-000 [./0-9A-Za-z]{42}\n"));
   const std::vector<std::string> stacks = files::list("/var/adm/vosk/stacks");
   ASSERT_EQ(stacks.size(), 1U);
   const std::string stack = files::read("/var/adm/vosk/stacks/" + stacks[0]).value_or("");
@@ -55,9 +56,7 @@ TEST(Readme, ProgramCompilesRunsAndRecordsAsItSays) {
 
 TEST(Readme, LinksLeadToFilesOfTheTree) {
   const std::string text = readme() + files::read(QX_SOURCE_DIR "/CONTRIBUTING.md").value_or("");
-  const std::regex link("\\]\\(([^):]+)\\)");
-  int links = 0;
-  for (std::sregex_iterator match(text.begin(), text.end(), link), end; match != end; ++match, ++links)
-    EXPECT_TRUE(files::exists(QX_SOURCE_DIR "/" + (*match)[1].str())) << (*match)[1];
-  EXPECT_GT(links, 3);
+  const std::vector<std::string> links = all_groups(text, "]\\(([^):]+)\\)");
+  for (const std::string &link : links) EXPECT_TRUE(files::exists(QX_SOURCE_DIR "/" + link)) << link;
+  EXPECT_GT(links.size(), 3U);
 }
