@@ -37,15 +37,19 @@ std::string raw(Integer value) {
 
 // A stretch of the file; bytes that are not there are zeros.
 std::string stretch(const File &file, std::int64_t offset, std::size_t length) {
-  std::string out(length, '\0');
-  for (std::size_t i = 0; i < length; ++i) {
-    std::int64_t at = offset + static_cast<std::int64_t>(i);
-    if (at < static_cast<std::int64_t>(file.bytes.size())) out[i] = file.bytes[static_cast<std::size_t>(at)];
-    for (const Write &write : file.far) {
-      std::int64_t inside = at - write.offset;
-      if (inside < 0 || inside >= static_cast<std::int64_t>(write.bytes.size())) continue;
-      out[i] = write.bytes[static_cast<std::size_t>(inside)];
-    }
+  std::string out;
+  if (offset < static_cast<std::int64_t>(file.bytes.size())) {
+    out = file.bytes.substr(static_cast<std::size_t>(offset), length);
+  }
+  out.resize(length, '\0');
+  for (const Write &write : file.far) {
+    std::int64_t begin = std::max(offset, write.offset);
+    std::int64_t end = std::min(offset + static_cast<std::int64_t>(length),
+                                write.offset + static_cast<std::int64_t>(write.bytes.size()));
+    if (begin >= end) continue;
+    auto count = static_cast<std::size_t>(end - begin);
+    out.replace(static_cast<std::size_t>(begin - offset), count, write.bytes,
+                static_cast<std::size_t>(begin - write.offset), count);
   }
   return out;
 }
