@@ -73,7 +73,7 @@ void trace_startup(const tracer &trace, int option_code, const char *proc_name, 
   if ((option_code & VK_STACK_INHERIT) != 0) options.append(" VK_STACK_INHERIT");
   options.append(mode == kDisplayOnly ? ", display environment only\n" : ", set environment\n");
 
-  char code[48];
+  char code[64];
   (void)std::snprintf(code, sizeof code, "%s %x\n", "Routine Startup - option_code parameter is",
                       static_cast<unsigned int>(option_code));
   text_builder<kStartupText> text;
