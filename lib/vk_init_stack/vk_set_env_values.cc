@@ -112,9 +112,10 @@ int setter::set_stack(const char *name) noexcept {
   const std::size_t size = kBufferSizes[kStack];
   const int length = std::snprintf(buffer, size, "%s/%s.%d.%4d%.2d%.2d.%.2d%.2d%.2d", kStackDirectory, name, pid_,
                                    t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
-  // A path that is too long, alone or behind its variable's name, is never cut and then used.
+  int test = vk_test_for_file(trace_on_, trace_path_, buffer);
+  // A path that does not fit behind its variable's name is never cut and then used; the test refuses longer ones.
   const bool fits = length >= 0 && static_cast<std::size_t>(length) + sizeof kVoskStack < size;
-  const int test = fits ? vk_test_for_file(trace_on_, trace_path_, buffer) : VOSK_FAILURE;
+  if (!fits && test == VOSK_FILE_MISSING) test = VOSK_FAILURE;
   if (test != VOSK_FILE_MISSING)
     VK_TRACE(trace_,
              "Attempting to set VOSK Environment\nFailure in verifying presence of stack file by vk_test_for_file: %d\n"
