@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <qx_vosk.h>
 #include <unistd.h>
 
@@ -19,9 +20,10 @@
 
 namespace stack_test {
 
-// 16 November 2026, 07:11:27 UTC, and how an identifier shows that second and 250000 microseconds.
-inline constexpr std::int64_t kNow = 1794813087;
-inline constexpr char kTimeField[] = "TJuue/E5/.";
+// 14 November 2023, 22:13:20.123456 UTC, and how identifiers show it.
+inline constexpr std::int64_t kNow = 1700000000;
+inline constexpr std::int64_t kMicroseconds = 123456;
+inline constexpr char kTimeField[] = ".2zIZ/.7S.";
 inline constexpr char kAddress[] = ".XO.8....................";  // 192.168.1.10
 inline constexpr char kStack[] = "/var/adm/vosk/stacks/stack";
 
@@ -86,6 +88,25 @@ struct Incident {
   int number = 9;
   const char *message = "read failed";
 };
+
+// What push() makes of it: 189 bytes where the details are those above.
+struct Golden {
+  std::string identifier = zeros(43);
+  std::uint32_t seconds = 0;
+  std::int32_t parent = 0;
+  std::string arguments = files::i32(0);
+  std::string details = "sector 17";
+
+  std::string bytes() const {
+    const std::string body = zeros(4) + identifier + zeros(43) + files::u32(seconds) + z("service") +
+                             files::i32(getpid()) + files::i32(parent) +
+                             files::u32(static_cast<std::uint32_t>(pthread_self())) + z("reader.c") + z("1.4") +
+                             z("store") + files::i32(42) + z("store.cat") + files::i32(2) + files::i32(9) +
+                             z("read failed") + arguments + z(details);
+    return files::u32(static_cast<std::uint32_t>(body.size())) + zeros(4) + body;
+  }
+};
+inline constexpr std::size_t kRecordSize = 189;
 
 template <typename... Arguments>
 int push(const Incident &in, Arguments... arguments) {
