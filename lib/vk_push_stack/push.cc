@@ -158,7 +158,7 @@ class pusher {
   void hand_out_identifier() noexcept;
   int report_lookup(int result) const noexcept;
   int trace_failed_seek(int position) const noexcept;
-  int trace_failed_write(std::size_t size, ssize_t written) const noexcept;
+  int trace_failed_write(std::size_t size, ssize_t written, int code) const noexcept;
 
   const int trace_on_;
   const char *const trace_path_;
@@ -259,11 +259,11 @@ int pusher::trace_failed_seek(int position) const noexcept {
   return err;
 }
 
-int pusher::trace_failed_write(std::size_t size, ssize_t written) const noexcept {
+int pusher::trace_failed_write(std::size_t size, ssize_t written, int code) const noexcept {
   const int err = errno;
   VK_TRACE(trace_,
            "Write Failure - Attempted to write %d bytes, return code %d error code %d\nReturning %s(%d) to caller\n",
-           low32(size), low32(written), err, vk_name(VK_IO_FAILED), VK_IO_FAILED);
+           low32(size), low32(written), err, vk_name(code), code);
   return err;
 }
 
@@ -300,7 +300,7 @@ progress pusher::write_record(int fd, bool may_wait) noexcept {
   errno = 0;
   ssize_t written = write(fd, record_, size);
   if (written != static_cast<ssize_t>(size)) {
-    const int err = trace_failed_write(size, written);
+    const int err = trace_failed_write(size, written, VK_IO_FAILED);
     leave_stack(fd);
     return fail(report(VK_IO_FAILED, 42, stack_path_, err));
   }
@@ -316,7 +316,7 @@ progress pusher::write_record(int fd, bool may_wait) noexcept {
   errno = 0;
   written = write(fd, &control, sizeof control);
   if (written != static_cast<ssize_t>(sizeof control)) {
-    const int err = trace_failed_write(sizeof control, written);
+    const int err = trace_failed_write(sizeof control, written, kControlFailed);
     leave_stack(fd);
     return fail(report(kControlFailed, 39, stack_path_, err));
   }
