@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -79,10 +80,25 @@ bool is_unfinished(std::uint32_t version, ssize_t count) noexcept {
   return count == 0 || version == text_line;
 }
 
+ssize_t read_control(int fd, control &c, stack_image *image) noexcept {
+  if (image == nullptr) return read(fd, &c, sizeof c);
+  *image = {};
+  std::size_t end = stack_file::kControlAt;
+  const ssize_t first = read(fd, image->bytes + end, sizeof image->bytes - end);
+  std::memcpy(&c, image->bytes + end, sizeof c);
+  // A short read would hide records; a sound file ends no earlier than it says.
+  const auto expected = static_cast<std::size_t>(std::clamp(c.file_size, 0, stack_file::kLargest));
+  for (ssize_t count = first; count > 0; count = read(fd, image->bytes + end, sizeof image->bytes - end)) {
+    end += static_cast<std::size_t>(count);
+    if (end >= expected) break;
+  }
+  return first;
+}
+
 }  // namespace
 
 int vk_get_stack_ctrl_info(int trace_on, const char *trace_path, int fd, stack_header *header, bool may_wait,
-                           reclaim_rule rule) noexcept {
+                           reclaim_rule rule, stack_image *image) noexcept {
   const tracer trace(trace_on, trace_path, "vk_get_stack_ctrl_info");
   if (fd < 0) {
     VK_TRACE(trace, "Invalid VOSK Error Stack file descriptor %d\n", fd);
@@ -97,8 +113,7 @@ int vk_get_stack_ctrl_info(int trace_on, const char *trace_path, int fd, stack_h
   const ssize_t count = read(fd, &header->version, sizeof header->version);
   if (count == -1) return corrupt_read(trace, stack_file::kVersionAt, errno);
   if (may_wait && is_unfinished(header->version, count)) return kStackUnfinished;
-  if (read(fd, &header->control, sizeof header->control) == -1)
-    return corrupt_read(trace, stack_file::kControlAt, errno);
+  if (read_control(fd, header->control, image) == -1) return corrupt_read(trace, stack_file::kControlAt, errno);
 
   const std::uint32_t version = header->version;
   const control &c = header->control;

@@ -155,6 +155,8 @@ class pusher {
   bool copy_details(int fd) noexcept;
   void build_record(va_list args) noexcept;
   progress write_record(int fd, bool may_wait) noexcept;
+  progress write_by_whole_records(int fd, bool may_wait) noexcept;
+  progress write_record(int fd, bool may_wait, stack_image *image) noexcept;
   void hand_out_identifier() noexcept;
   int report_lookup(int result) const noexcept;
   int trace_failed_seek(int position) const noexcept;
@@ -267,11 +269,23 @@ int pusher::trace_failed_write(std::size_t size, ssize_t written, int code) cons
   return err;
 }
 
-// Writes the record and then the header that leads to it. The file is open and locked; it is left in every case.
 progress pusher::write_record(int fd, bool may_wait) noexcept {
-  const reclaim_rule rule = chosen_rule();
+  return chosen_rule() == reclaim_rule::whole ? write_by_whole_records(fd, may_wait)
+                                              : write_record(fd, may_wait, nullptr);
+}
+
+// Out of line: only this rule has the whole file on the stack.
+[[gnu::noinline]] progress pusher::write_by_whole_records(int fd, bool may_wait) noexcept {
+  stack_image image;
+  return write_record(fd, may_wait, &image);
+}
+
+// Writes the record and then the header that leads to it. The file is open and locked; it is left in every case.
+// Whole records make room where there is an image.
+progress pusher::write_record(int fd, bool may_wait, stack_image *image) noexcept {
+  const reclaim_rule rule = image != nullptr ? reclaim_rule::whole : reclaim_rule::standard;
   stack_header header;
-  int result = vk_get_stack_ctrl_info(trace_on_, trace_path_, fd, &header, may_wait, rule);
+  int result = vk_get_stack_ctrl_info(trace_on_, trace_path_, fd, &header, may_wait, rule, image);
   if (result == kStackUnfinished) {
     leave_stack(fd);
     return progress::unfinished;
@@ -282,8 +296,8 @@ progress pusher::write_record(int fd, bool may_wait) noexcept {
                                             : report(VK_UNEXPECTED, 30, "vk_get_stack_ctrl_info"));
   }
   // The records of a foreign version are not ours to tell whole ones from leftovers.
-  const bool by_whole_records = rule == reclaim_rule::whole && header.version == stack_file::kVersion1;
-  result = by_whole_records ? clear_whole_records(trace_on_, trace_path_, fd, &header, length_)
+  const bool by_whole_records = image != nullptr && header.version == stack_file::kVersion1;
+  result = by_whole_records ? clear_whole_records(trace_on_, trace_path_, fd, &header, image, length_)
                             : vk_clear_records(trace_on_, trace_path_, fd, &header, length_);
   if (result != VOSK_SUCCESS) {
     leave_stack(fd);

@@ -1,5 +1,6 @@
 #include "lib/vk_push_stack/record_check.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -15,6 +16,9 @@ constexpr char kStackHeaderDigit = '7';  // version 2, stack
 constexpr std::size_t kBodyMax = stack_file::kRecordMax - stack_file::kPrefixSize;
 // A record of this size and less has all its fields: one that does not fit is at most eight bytes wide.
 constexpr std::size_t kSurelyComplete = kBodyMax - 8;
+// The standard rule may leave the earliest offset up to this many bytes in front of the newest record's end; what it
+// clears next begins there.
+constexpr std::size_t kClearedEnd = 3;
 
 // Takes fields off a body, remembering whether all were there.
 class body_reader {
@@ -35,7 +39,9 @@ class body_reader {
     at_ += size;
     return field;
   }
-  void text() noexcept {
+  // Returns the text's length.
+  std::size_t text() noexcept {
+    const std::size_t from = at_;
     const unsigned char *start = body_.data() + at_;
     const void *end = at_ < body_.size() ? std::memchr(start, 0, body_.size() - at_) : nullptr;
     if (end == nullptr) {
@@ -44,15 +50,25 @@ class body_reader {
     } else {
       at_ += static_cast<std::size_t>(static_cast<const unsigned char *>(end) - start) + 1;
     }
+    return at_ - from - (complete_ ? 1 : 0);
+  }
+  // A text that has a substitute is never empty, unless it was cut away.
+  void name() noexcept {
+    if (text() == 0 && complete_) plausible_ = false;
   }
   bool complete() const noexcept { return complete_; }
-  bool at_end() const noexcept { return at_ == body_.size(); }
+  bool plausible() const noexcept { return plausible_; }
+  std::span<const unsigned char> rest() const noexcept { return body_.subspan(at_); }
 
  private:
   std::span<const unsigned char> body_;
   std::size_t at_ = 0;
-  bool complete_ = true;
+  bool complete_ = true, plausible_ = true;
 };
+
+bool ends_here(std::span<const unsigned char> rest) noexcept {
+  return rest.size() <= kClearedEnd && std::all_of(rest.begin(), rest.end(), [](unsigned char b) { return b == 0; });
+}
 
 // An identifier and the time beside it: both missing, or of the same second.
 bool agree(const unsigned char *eid, std::uint32_t seconds) noexcept {
@@ -80,25 +96,25 @@ std::size_t whole_record_size(std::span<const unsigned char> bytes) noexcept {
   (void)body.skip(VK_EID_SIZE);  // the associated identifier is whatever the caller gave
   const std::uint32_t seconds = body.u32();
   if (!body.complete() || !agree(eid, seconds)) return 0;
-  body.text();          // process name
+  (void)body.text();    // process name
   (void)body.skip(12);  // process, parent, thread
-  body.text();          // source file
-  body.text();          // version
-  body.text();          // product
+  body.name();          // source file
+  body.name();          // version
+  body.name();          // product
   (void)body.skip(4);   // line
-  body.text();          // catalogue
+  (void)body.text();    // catalogue
   (void)body.skip(8);   // set and number
-  body.text();          // default message
+  (void)body.text();    // default message
   const std::uint32_t arguments = body.u32();
   for (std::uint32_t i = 0; i < arguments && body.complete(); ++i) {
     if (body.u32() == CU_ARG_STRING)
-      body.text();
+      (void)body.text();
     else
       (void)body.skip(sizeof(cu_arg_t::value));
   }
-  body.text();  // details
-  const bool exact = body.complete() && body.at_end();
-  return exact || length > kSurelyComplete ? length + sizeof prefix : 0;
+  (void)body.text();  // details
+  const bool whole = body.complete() ? ends_here(body.rest()) : length > kSurelyComplete;
+  return whole && body.plausible() ? length + sizeof prefix : 0;
 }
 
 }  // namespace vk

@@ -13,9 +13,9 @@ namespace vk {
 // What the environment asks for: whole records where VOSKRECLAIM is "whole".
 reclaim_rule chosen_rule() noexcept;
 
-// vk_clear_records by whole records: the oldest give way until the record fits in front of the file's end, and the
-// header is written as far as it leads away from them. Returns 0 or -26.
-int clear_whole_records(int trace_on, const char *trace_path, int fd, stack_header *header,
+// vk_clear_records by whole records, which `image` shows: the oldest give way until the record fits in front of the
+// file's end, and the header is written as far as it leads away from them. Returns 0 or -26.
+int clear_whole_records(int trace_on, const char *trace_path, int fd, stack_header *header, stack_image *image,
                         std::uint32_t length) noexcept;
 
 }  // namespace vk

@@ -1,0 +1,88 @@
+#include "lib/vk_push_stack/record_ring.h"
+
+#include <algorithm>
+
+#include "lib/vk_push_stack/record_check.h"
+
+namespace vk {
+namespace {
+
+bool all_zero(const unsigned char *from, const unsigned char *to) noexcept {
+  return std::all_of(from, to, [](unsigned char byte) { return byte == 0; });
+}
+
+}  // namespace
+
+record_ring::record_ring(const stack_image &image, const stack_file::control &control) noexcept
+    : bytes_(image.bytes),
+      size_(static_cast<std::size_t>(control.file_size)),
+      limit_(size_ + 4),
+      first_(static_cast<std::size_t>(control.init_offset)),
+      earliest_(static_cast<std::size_t>(control.earliest_record)),
+      wrapped_(control.wrapped == 1),
+      position_(static_cast<std::size_t>(control.recording_position)) {
+  linked_ = follow_links();
+  if (!linked_ || may_hide_older_records()) search();
+}
+
+// Adds the records that follow each other from `at` on; returns where they end.
+std::size_t record_ring::take_run(std::size_t at, std::size_t end) noexcept {
+  while (at < end && count_ < kMostRecords) {
+    const std::size_t size = whole_record_size({bytes_ + at, end - at});
+    if (size == 0) break;
+    records_[count_++] = {at, at + size};
+    at += size;
+  }
+  return at;
+}
+
+// Takes the records that the header leads to. False where they end before the recording position.
+bool record_ring::follow_links() noexcept {
+  if (earliest_ > limit_) return false;
+  std::size_t newer = earliest_;
+  // Equal offsets are those of a full ring, or of a file without records.
+  if (earliest_ > position_ || (earliest_ == position_ && wrapped_)) {
+    const std::size_t tail = take_run(earliest_, limit_);
+    if (tail == earliest_ || !all_zero(bytes_ + tail, bytes_ + limit_)) return false;
+    newer = first_;
+  }
+  if (newer > position_) return false;
+  // A push that made the last record of the standard rule the newest one of its header says the file size.
+  const std::size_t tail = take_run(newer, position_ == size_ ? limit_ : position_);
+  if (tail < position_) return false;
+  position_ = tail;
+  return true;
+}
+
+// The standard rule resets the earliest offset to the start of the file, while records that are older than the ones
+// there lie behind the recording position. Whatever else lies beside linked records is what a killed push was clearing
+// or writing.
+bool record_ring::may_hide_older_records() const noexcept {
+  return wrapped_ && earliest_ == stack_file::kHeaderSize && position_ > earliest_ &&
+         !all_zero(bytes_ + position_, bytes_ + limit_);
+}
+
+// After the standard rule neither the earliest offset nor the lengths lead from record to record: every offset is
+// tried. What the header does lead to comes first, so that nothing in front of it is taken for a record that covers it.
+void record_ring::search() noexcept {
+  extent linked[kMostRecords];
+  extent *next = linked;
+  extent *const last = std::copy(records_, records_ + count_, linked);
+  std::sort(linked, last, [](const extent &a, const extent &b) { return a.begin < b.begin; });
+  count_ = 0;
+  for (std::size_t at = stack_file::kHeaderSize; at < limit_ && count_ < kMostRecords;) {
+    const std::size_t limit = next != last ? next->begin : limit_;
+    const std::size_t size = at == limit ? next->end - at : whole_record_size({bytes_ + at, limit - at});
+    if (at == limit) ++next;
+    if (size != 0) records_[count_++] = {at, at + size};
+    at += std::max<std::size_t>(size, 1);
+  }
+  // A position inside a record is one in front of its end; the record stays.
+  for (std::size_t i = 0; i < count_; ++i)
+    if (records_[i].begin < position_ && position_ < records_[i].end) position_ = records_[i].end;
+  extent *const records_end = records_ + count_;
+  std::rotate(records_, std::find_if(records_, records_end, [this](const extent &r) { return r.begin >= position_; }),
+              records_end);
+}
+
+}  // namespace vk
