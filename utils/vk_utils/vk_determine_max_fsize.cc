@@ -21,6 +21,8 @@ bool fits(const vk::free_space &space, std::int64_t size) noexcept {
 // sizes between are too large for what is free; passing over them keeps the number of steps small for any wish.
 std::int64_t next_size(const vk::free_space &space, std::int64_t size) noexcept {
   const std::int64_t blocks = size / space.block_size;
+  // So negative a size fails to fit only where the sum wraps around, and then every smaller one wraps too.
+  if (blocks <= -2) return INT64_MIN;
   const std::uint64_t free_blocks = space.limit - space.used;
   if (blocks > 4 && free_blocks < static_cast<std::uint64_t>(blocks)) {
     const std::int64_t passed_over = (blocks - static_cast<std::int64_t>(free_blocks)) / 2 - 1;
