@@ -70,7 +70,7 @@ int vk_get_dump_file_name(int trace_on, const char *trace_path, char *name) noex
   return result;
 }
 
-// The caller closes both descriptors.
+// Closes both descriptors at the end of the input; after a failure they are the caller's to close.
 int vk_copy_file(int trace_on, const char *trace_path, int input, int output) noexcept {
   const tracer trace(trace_on, trace_path, "vk_copy_file");
   char chunk[kChunk];
@@ -82,6 +82,8 @@ int vk_copy_file(int trace_on, const char *trace_path, int input, int output) no
       return VOSK_IO_ERROR;
     }
     if (count == 0) {
+      (void)close(input);
+      (void)close(output);
       VK_TRACE(trace, "Successfully copied files\nReturning %s(%d) to caller\n", vosk_name(VOSK_SUCCESS), VOSK_SUCCESS);
       return VOSK_SUCCESS;
     }
@@ -123,9 +125,10 @@ int copy_to(int trace_on, const char *trace_path, const tracer &trace, const cha
   }
   VK_TRACE(trace, "Copying File \"%s\" to file \"%s\"\n", input, name);
   const int result = vk_copy_file(trace_on, trace_path, input_fd, output_fd);
+  if (result == VOSK_SUCCESS) return result;
   (void)close(input_fd);
   (void)close(output_fd);
-  if (result != VOSK_SUCCESS) (void)unlink(name);
+  (void)unlink(name);
   return result;
 }
 
