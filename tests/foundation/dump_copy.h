@@ -41,7 +41,6 @@ class DumpCopy : public testing::Test {
     return output_;
   }
   static std::vector<std::string> dumps() { return files::list(sandbox::kDumps); }
-  // Without the texts about the trace's own routine names: "routine: message" of every entry.
   std::vector<std::string> entries() const { return trace_.entries(); }
 
   platform::UtcZone zone_;

@@ -32,9 +32,9 @@ TEST_F(DumpCopy, MakesItsCallsInOrder) {
   EXPECT_THAT(
       calls.log(),
       ElementsAre("stat(\"/var/adm/vosk\") = 0", "stat(\"" + input_ + "\") = 0", "stat(\"/var/adm/vosk\") = 0",
-                  "stat(\"/var/adm/vosk/dumps\") = 0", "getrlimit(1) = 0", "getenv(\"VOSKPNAME\") = \"prog\"",
-                  "gettimeofday() = 0", "localtime_r(1706745599) = pointer", "getpid() = 4711",
-                  "stat(\"/var/adm/vosk/dumps\") = 0", "stat(\"" + name_ + "\") = -1 ENOENT",
+                  "stat(\"/var/adm/vosk/dumps\") = 0", "getrlimit(RLIMIT_FSIZE) = 0",
+                  "getenv(\"VOSKPNAME\") = \"prog\"", "gettimeofday() = 0", "localtime_r(1706745599) = pointer",
+                  "getpid() = 4711", "stat(\"/var/adm/vosk/dumps\") = 0", "stat(\"" + name_ + "\") = -1 ENOENT",
                   "open(\"" + name_ + "\", 0x4c1, 0644) = fd1", "open(\"" + input_ + "\", 0x800) = fd2",
                   "fstat(fd2) = 0", "read(fd2, 1024) = 1024", "write(fd1, 1024) = 1024", "read(fd2, 1024) = 476",
                   "write(fd1, 476) = 476", "read(fd2, 1024) = 0", "close(fd2) = 0", "close(fd1) = 0"));

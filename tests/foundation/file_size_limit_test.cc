@@ -250,7 +250,7 @@ TEST_F(FileSizeLimit, IsAskedForOncePerCallAndNothingElseWhereThereIsNone) {
   const int fd = open(path_.c_str(), O_RDWR | O_CLOEXEC);
   Calls clear;
   clear.during([&] { return fclear(fd, 10); });
-  EXPECT_THAT(clear.log_of({"getrlimit"}), ElementsAre("getrlimit(1) = 0"));
+  EXPECT_THAT(clear.log_of({"getrlimit"}), ElementsAre("getrlimit(RLIMIT_FSIZE) = 0"));
   close(fd);
   ASSERT_TRUE(files::write(path_, foundation::fresh_trace()));
   Calls debug;
