@@ -94,8 +94,15 @@ static int show(bool here) {
     if (!name.empty()) stack = "/var/adm/vosk/stacks/" + name;
   }
 
-  heading("The stack file, read back");
-  demo::show_stack(stack);
+  for (const bool in_full : {false, true}) {
+    heading(in_full ? "The records in full: vosk report -v" : "The records in the stack file: vosk report");
+    std::vector<std::string> report = {programs / "vosk", "report", "--no-pager", stack};
+    if (in_full) report.push_back("-v");
+    if (run(report) != 0) {
+      std::fprintf(stderr, "qx_demo: the stack file cannot be read back\n");
+      return EXIT_FAILURE;
+    }
+  }
 
   heading("What was sent to the System Log");
   if (place.log == nullptr)

@@ -20,9 +20,6 @@ std::vector<noted_record> noted_records(const std::string &directory);
 // Takes an identifier apart and prints what it says. Returns the stack file that it names, if it does.
 std::string show_decoded(const noted_record &record);
 
-// Prints the records of a stack file, oldest first.
-void show_stack(const std::string &path);
-
 // Prints the lines of a text file, `limit` at most, without the zero bytes that fill a trace file up.
 void show_file(const std::string &path, int limit);
 
