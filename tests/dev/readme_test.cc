@@ -30,7 +30,7 @@ static std::string command_of(const std::string &text, const std::string &comman
   return "";
 }
 
-TEST(Readme, ProgramCompilesRunsAndRecordsAsItSays) {
+TEST(Readme, ProgramCompilesRunsAndRecordsAndItsRecordIsReadAsItSays) {
   const std::string text = readme();
   const files::TemporaryDirectory tree;
   ASSERT_TRUE(files::write(tree / "orders.c", program_of(text)));
@@ -52,6 +52,17 @@ TEST(Readme, ProgramCompilesRunsAndRecordsAsItSays) {
   const std::string stack = files::read("/var/adm/vosk/stacks/" + stacks[0]).value_or("");
   EXPECT_THAT(stack, HasSubstr(ran.output.substr(9, 42)));
   EXPECT_THAT(stack, HasSubstr("cannot read the settings %s"));
+
+  const std::vector<std::string> readings = all_groups(text, "^    (build/bin/[^#\n]*)");
+  ASSERT_GE(readings.size(), 3U);
+  for (const std::string &reading : readings) {
+    SCOPED_TRACE(reading);
+    const shell_result read = run_shell(tree.path(), reading);
+    EXPECT_EQ(read.status, 0) << read.output;
+    if (reading.find("--help") == std::string::npos) {
+      EXPECT_THAT(read.output, HasSubstr("cannot read the settings /etc/orders.conf"));
+    }
+  }
 }
 
 TEST(Readme, LinksLeadToFilesOfTheTree) {
