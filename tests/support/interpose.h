@@ -143,8 +143,8 @@ class Calls {
   // `name` is stat, fstat or fstatat; an empty path means any file. For fstat the path is that of the open.
   void fake_stat(std::string_view name, std::string_view path, FakeStat result);
   void fake_directory(std::vector<FakeEntry> entries);  // what the next opendir finds
-  // SIOCGIFCONF and SIOCGIFFLAGS; a `length` of 0 or more is returned instead of the true length of the list.
-  void fake_interfaces(std::vector<FakeInterface> interfaces, int length = -1);
+  // SIOCGIFCONF and SIOCGIFFLAGS; a `length` is returned instead of the true length of the list.
+  void fake_interfaces(std::vector<FakeInterface> interfaces, std::optional<int> length = {});
   void fake_auxval(unsigned long type, unsigned long value);
   void fake_rlimit(int resource, std::uint64_t soft, std::uint64_t hard);
   void forward_syslog() { forward_syslog_ = true; }
@@ -220,7 +220,7 @@ class Calls {
   std::optional<std::vector<FakeEntry>> directory_;
   std::size_t directory_position_ = 0;
   std::optional<std::vector<FakeInterface>> interfaces_;
-  int interface_length_ = -1;
+  std::optional<int> interface_length_;
   std::map<unsigned long, unsigned long> auxvals_;
   std::map<int, std::pair<std::uint64_t, std::uint64_t>> rlimits_;
 };

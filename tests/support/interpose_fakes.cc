@@ -131,7 +131,7 @@ std::string Engine::directory_path(const Calls &calls, const void *handle) {
   return known == calls.handles_.end() ? "" : known->second;
 }
 
-void Calls::fake_interfaces(std::vector<FakeInterface> interfaces, int length) {
+void Calls::fake_interfaces(std::vector<FakeInterface> interfaces, std::optional<int> length) {
   interfaces_ = std::move(interfaces);
   interface_length_ = length;
 }
@@ -151,7 +151,7 @@ bool Engine::interface_query(Calls &calls, unsigned long request, void *argument
       }
       used += size;
     }
-    list->ifc_len = calls.interface_length_ >= 0 ? calls.interface_length_ : used;
+    list->ifc_len = calls.interface_length_.value_or(used);
     result = 0;
     return true;
   }
