@@ -255,12 +255,13 @@ int vk_decode_eid_2(unsigned int trace_on, const char *trace_path, const char *e
     default:
       return vk::unknown_location(d);
   }
+  const char *first_name = list_size != 0 ? stack_file_list : "";  // a list without slots has none
   if (trace.on())
     trace.write(
         "VOSK Error ID \"%s\" decodes into:\nVersion %d, Location 0x%x\n"
         "First Stack File %s, Template ID 0x%x Syslog Facility %d Priority %d\n"
         "Timestamp %s\nIP Address 0x%lx%lx%lx%lx (%s type)\nReturn code %d",
-        eid, vk::low32(*version_id), *location_mask, vk::name_copy(stack_file_list, "(none)").text, *err_templ_label,
+        eid, vk::low32(*version_id), *location_mask, vk::name_copy(first_name, "(none)").text, *err_templ_label,
         vk::low32(vk::facility_number(*bsd_facility)), vk::low32(*bsd_priority), vk::time_text(*timestamp),
         std::uint64_t{f.words[0]}, std::uint64_t{f.words[1]}, std::uint64_t{f.words[2]}, std::uint64_t{f.words[3]},
         *ipv6_flag != 0 ? "IPv6" : "IPv4", result);
