@@ -27,7 +27,7 @@ const std::string kPath = quoted(kStack);
 
 const Lines kTest = {"getenv(\"VOSKDEBUG\")", "getenv(\"VOSKSTACK\")", "getenv(\"VOSKORIG\")",
                      "getenv(\"VOSKPID\")",   "getenv(\"VOSKADDR\")",  "getenv(\"VOSKPNAME\")"};
-const Lines kStart = Lines{"getpid()", "getrlimit(1)", "getenv(\"VOSKDEBUG\")"} + kTest;
+const Lines kStart = Lines{"getpid()", "getrlimit(RLIMIT_FSIZE)", "getenv(\"VOSKDEBUG\")"} + kTest;
 const Lines kLookUp = {"getenv(\"VOSKSTACK\")", "getauxval(AT_SECURE)", "getenv(\"VOSKPID\")", "getenv(\"VOSKORIG\")",
                        "stat(\"/var/adm/vosk/stacks\") = 0"};
 const Lines kFound = {"stat(" + kPath + ") = 0"};
@@ -130,7 +130,7 @@ TEST_F(PushCalls, OfARecordWithADetailFileCompareItWithTheStackAndCopyIt) {
                          "stat(" + quoted(details) + ") = 0",
                          "stat(\"/var/adm/vosk\") = 0",
                          dumps,
-                         "getrlimit(1)",
+                         "getrlimit(RLIMIT_FSIZE)",
                          "getenv(\"VOSKPNAME\")",
                          "gettimeofday()",
                          "localtime_r(1700000000)",
