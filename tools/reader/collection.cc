@@ -75,7 +75,7 @@ void collector::add(const std::string &path) {
       add_file(dir, entry.name.c_str(), entry_path);
     };
     if (!walk_directory(path, depth, add_entry))
-      found_.refused.push_back({path, error_text(errno), true, errno == ENOENT});
+      found_.refused.push_back({path, error_text(errno), true, errno == ENOENT, std::nullopt});
     return;
   }
   add_file(AT_FDCWD, path.c_str(), path);
@@ -84,14 +84,15 @@ void collector::add(const std::string &path) {
 void collector::add_file(int dir, const char *name, const std::string &path) {
   file_bytes file = read_small_file(dir, name, layout::kReadLimit, patience_);
   if (file.result != outcome::read) {
-    found_.refused.push_back({path, file.reason, file.result == outcome::failed, file.result == outcome::missing});
+    found_.refused.push_back(
+        {path, file.reason, file.result == outcome::failed, file.result == outcome::missing, file.facts.birth});
     return;
   }
   const std::size_t size = file.bytes.size();
   stack_file found{path, file.facts, file.steady, read_stack(std::move(file.bytes), file.facts.inode)};
   if (found.contents.kind == file_kind::other) {
     const std::string reason = size == 0 ? "empty" : "no stack: neither its header nor any record in it verifies";
-    found_.refused.push_back({path, reason});
+    found_.refused.push_back({path, reason, false, false, file.facts.birth});
     return;
   }
   found_.stacks.push_back(std::move(found));

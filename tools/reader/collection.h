@@ -3,7 +3,9 @@
 #define TOOLS_READER_COLLECTION_H
 
 #include <functional>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "safe_file.h"
@@ -44,6 +46,7 @@ struct refused_file {
   std::string path, reason;
   bool failed = false;  // it could not be read; otherwise it is no stack
   bool missing = false;
+  std::optional<moment> birth;
 };
 
 struct collection {
@@ -57,7 +60,7 @@ class collector {
  public:
   void add(const std::string &path);  // a file or a directory
   void add_file(int dir, const char *name, const std::string &path);
-  collection take() { return std::move(found_); }
+  collection take() { return std::exchange(found_, {}); }  // what was added since the last call
 
  private:
   lock_patience patience_;

@@ -33,8 +33,9 @@ push_outlook play(std::vector<unsigned char> bytes, const stack_header &header) 
     if (length == 0) return {};
     const std::int64_t step = length + 4, next = offset + step;
     if (next > size)
-      return {obstacle::reclamation, "reclamation reads " + std::to_string(length) + " at offset " + std::to_string(offset) +
-                         " as a record's length, which leads past the end of the file"};
+      return {obstacle::reclamation, "reclamation reads " + std::to_string(length) + " at offset " +
+                                         std::to_string(offset) +
+                                         " as a record's length, which leads past the end of the file"};
     // `next` is not beyond the file size; the file itself can be shorter.
     const auto end = std::min<std::int64_t>(next, static_cast<std::int64_t>(bytes.size()));
     if (offset < end) std::fill(bytes.begin() + offset, bytes.begin() + end, 0);

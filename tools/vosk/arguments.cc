@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <memory>
 
 #include "exit_status.h"
 #include "version.h"
@@ -21,6 +22,14 @@ constexpr char kReportExamples[] =
     "  PROGRAM -v -n 1 STACKFILE                     every field of the newest record\n"
     "  PROGRAM --around IDENTIFIER=30s --dir COPIES  around an incident, on all nodes\n"
     "Exit status: 0 shown, 1 failure, 2 usage, 3 damage seen, 4 no record to show";
+constexpr char kShowHelp[] =
+    "Take an identifier apart and show its record, or say why it cannot be shown. The stacks of this node are looked "
+    "through, and those below each --dir.";
+constexpr char kShowExamples[] =
+    "Examples:\n"
+    "  PROGRAM 75Oh2...2zIZ/.7S..XO.8....................\n"
+    "  PROGRAM --dir COPIES IDENTIFIER    also in copies from other nodes\n"
+    "Exit status: 0 shown, 1 failure, 2 usage, 3 the record is damaged, 4 there is no record to show";
 constexpr char kVerifyHelp[] =
     "Name what is damaged in stack files: file, offset, field, value and what is allowed. Of sound files nothing is "
     "said.";
@@ -46,6 +55,11 @@ void add_list(CLI::App &app, const char *names, std::vector<Value> &values, cons
 void add_names(CLI::App &app, std::vector<std::string> &names) {
   app.add_option("FILE", names, "Stack files, or directories of them")->type_name("");
 }
+
+// Keeps what the argument library refers to while it parses.
+struct verb {
+  virtual ~verb() = default;
+};
 
 void add_common(CLI::App &app, common_options &common) {
   app.add_flag("--json", common.json, "Print JSON Lines");
@@ -73,19 +87,52 @@ void add_filters(CLI::App &app, record_filters &filters) {
   app.add_flag("--not", filters.inverted, "Those that the filters (the times apart) do not select");
 }
 
-void add_report(CLI::App &app, const std::string &program, common_options &common, report_options &report) {
-  add_names(app, report.names);
-  app.add_flag_callback(
-      "-v,--verbose", [&] { report.format = "verbose"; }, "Show every field");
-  app.add_option("-o,--output", report.format, "Form of the records")
-      ->check(CLI::IsMember({"short", "verbose", "json"}))
-      ->type_name("FORMAT");
-  app.add_option("-n,--lines", report.last, "Only the newest COUNT records")->type_name("COUNT");
-  app.add_flag("-r,--reverse", report.reverse, "The newest record first");
-  add_filters(app, report.filters);
-  add_common(app, common);
-  app.footer(with_program(kReportExamples, program));
-}
+// Each verb's options, stored in the invocation where the verb is the one that is called.
+template <class Options>
+class verb_of : public verb {
+ protected:
+  verb_of(CLI::App &app, invocation &out, const char *examples, const std::string &program) {
+    app.footer(with_program(examples, program));
+    app.parse_complete_callback([this, &out] { out.verb = options_; });
+  }
+  Options options_;
+};
+
+class report_verb : public verb_of<report_options> {
+ public:
+  report_verb(CLI::App &app, invocation &out, const std::string &program)
+      : verb_of(app, out, kReportExamples, program) {
+    add_names(app, options_.names);
+    app.add_flag_callback(
+        "-v,--verbose", [this] { options_.format = "verbose"; }, "Show every field");
+    app.add_option("-o,--output", options_.format, "Form of the records")
+        ->check(CLI::IsMember({"short", "verbose", "json"}))
+        ->type_name("FORMAT");
+    app.add_option("-n,--lines", options_.last, "Only the newest COUNT records")->type_name("COUNT");
+    app.add_flag("-r,--reverse", options_.reverse, "The newest record first");
+    add_filters(app, options_.filters);
+    add_common(app, out.common);
+  }
+};
+
+class show_verb : public verb_of<show_options> {
+ public:
+  show_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kShowExamples, program) {
+    app.add_option("ID", options_.identifier, "The identifier, 42 characters")->required()->type_name("");
+    app.add_flag("--node-only", options_.node_only,
+                 "Look into this node's stacks only for identifiers of its addresses");
+    add_common(app, out.common);
+  }
+};
+
+class verify_verb : public verb_of<verify_options> {
+ public:
+  verify_verb(CLI::App &app, invocation &out, const std::string &program)
+      : verb_of(app, out, kVerifyExamples, program) {
+    add_names(app, options_.names);
+    add_common(app, out.common);
+  }
+};
 
 // The argument library's own results, as the tools' exit statuses.
 int finish(const CLI::App &app, const CLI::ParseError &error) {
@@ -101,33 +148,24 @@ int finish(const CLI::App &app, const CLI::ParseError &error) {
 }  // namespace
 
 std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
-  report_options report;
-  verify_options verify;
   CLI::App app("Reads what libqx_vosk recorded.", out.program);
   app.set_version_flag("--version", out.program + " " + kVersion);
   app.get_formatter()->column_width(28);
-
-  const bool report_only = out.program == "vkstkrpt";
-  if (report_only) {
+  std::vector<std::unique_ptr<verb>> verbs;
+  if (out.program == "vkstkrpt") {
     app.description(kReportHelp);
-    add_report(app, out.program, out.common, report);
+    verbs.push_back(std::make_unique<report_verb>(app, out, out.program));
   } else {
     app.require_subcommand(1);
-    add_report(*app.add_subcommand("report", kReportHelp), "vosk report", out.common, report);
-    CLI::App *const verify_verb = app.add_subcommand("verify", kVerifyHelp);
-    add_names(*verify_verb, verify.names);
-    add_common(*verify_verb, out.common);
-    verify_verb->footer(with_program(kVerifyExamples, "vosk verify"));
+    verbs.push_back(std::make_unique<report_verb>(*app.add_subcommand("report", kReportHelp), out, "vosk report"));
+    verbs.push_back(std::make_unique<show_verb>(*app.add_subcommand("show", kShowHelp), out, "vosk show"));
+    verbs.push_back(std::make_unique<verify_verb>(*app.add_subcommand("verify", kVerifyHelp), out, "vosk verify"));
   }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     return finish(app, error);
   }
-  if (report_only || app.got_subcommand("report"))
-    out.verb = std::move(report);
-  else
-    out.verb = std::move(verify);
   return std::nullopt;
 }
 

@@ -42,10 +42,15 @@ struct verify_options {
   std::vector<std::string> names;
 };
 
+struct show_options {
+  std::string identifier;
+  bool node_only = false;
+};
+
 struct invocation {
   std::string program = "vosk";
   common_options common;
-  std::variant<std::monostate, report_options, verify_options> verb;
+  std::variant<std::monostate, report_options, verify_options, show_options> verb;
 };
 
 }  // namespace vosk

@@ -7,6 +7,7 @@
 namespace vosk {
 
 int report(const common_options &common, const report_options &options);
+int show(const common_options &common, const show_options &options);
 int verify(const common_options &common, const verify_options &options);
 
 }  // namespace vosk
