@@ -57,6 +57,11 @@ function(qx_shared_library target version_script)
   target_link_options(${target} PRIVATE "-Wl,--version-script=${version_script}")
   if(NOT QX_VOSK_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,-z,defs)
+    if(NOT QX_VOSK_COVERAGE)
+      # The system's start files have nothing to do for libraries without constructors, and where they lack the CET
+      # marks the linker takes them from the whole file.
+      target_link_options(${target} PRIVATE -nostartfiles)
+    endif()
   endif()
 endfunction()
 

@@ -173,6 +173,12 @@ struct incident {
   int message_number = -1;
 };
 
+#ifdef __GNUC__
+// as_format has made every percent sign of the message a plain one.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+#endif
 // Records an incident in the Error Stack.
 inline recording push(const incident &in, source_location from = source_location::current()) {
   recording made;
@@ -184,6 +190,9 @@ inline recording push(const incident &in, source_location from = source_location
                       detail::or_null(in.catalogue), in.message_set, in.message_number, detail::or_null(format));
   return detail::with_message(made, code);
 }
+#ifdef __GNUC__
+#pragma GCC diagnostic pop
+#endif
 
 // Records an incident in the System Log.
 inline recording log(const incident &in, int event_type = VOSK_ERROR,
