@@ -1,8 +1,6 @@
 #include "lib/vk_push_stack/push.h"
 
-#include <fcntl.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +16,7 @@
 #include "lib/vk_push_stack/env_info.h"
 #include "lib/vk_push_stack/reclamation.h"
 #include "lib/vk_push_stack/record.h"
+#include "lib/vk_push_stack/same_file.h"
 #include "lib/vk_push_stack/stack_access.h"
 #include "lib/vk_push_stack/whole_records.h"
 #include "lib/vk_test_stack/test_environment.h"
@@ -34,18 +33,13 @@ const char *or_none(const char *text) noexcept {
   return text != nullptr ? text : "(none)";
 }
 
-// Whether two paths name the same file now.
-bool same_file(const char *path, const char *other) noexcept {
-  struct stat a, b;
-  return fstatat(AT_FDCWD, path, &a, 0) == 0 && fstatat(AT_FDCWD, other, &b, 0) == 0 && a.st_dev == b.st_dev &&
-         a.st_ino == b.st_ino;
-}
-
 // A push whose trace file is its stack file neither traces nor creates it: every trace entry would drop the lock on the
 // stack, and the entries would not be records.
-bool traces_into_stack(const char *trace_path) noexcept {
+bool traces_into_stack(const char *trace_path, bool exists) noexcept {
   const char *stack = getenv(kVoskStack);
-  return stack != nullptr && (std::strcmp(stack, trace_path) == 0 || same_file(stack, trace_path));
+  if (stack == nullptr) return false;
+  if (std::strcmp(stack, trace_path) == 0) return true;
+  return exists ? same_file(trace_path, stack) : could_become_same_file(trace_path, stack);
 }
 
 // How a push traces: on, off, or off although VOSKDEBUG asks for it.
@@ -58,7 +52,7 @@ struct push_tracing {
     path[0] = '\0';
     const int state = vk_is_debug_file_set(path);
     if (state != 1 && state != 2) return;
-    refused = traces_into_stack(path);
+    refused = traces_into_stack(path, state == 1);
     if (!refused) on = state == 1 || vk_create_debug_file(path) == VOSK_SUCCESS ? 1 : 0;
   }
 };

@@ -210,6 +210,53 @@ TEST_F(PushTrace, IntoTheStackFileUnderAnotherNameIsNotWritten) {
   }
 }
 
+TEST_F(PushTrace, IntoTheStackFileThatIsNotThereYetIsNotMade) {
+  struct Row {
+    const char *what;
+    std::string stack, trace;
+    const char *link_target;  // of the trace
+  };
+  files::TemporaryDirectory directory;
+  ASSERT_EQ(symlink(sandbox::kStacks, (directory / "stacks").c_str()), 0);
+  const Row rows[] = {{"another path", kStack, "/var/adm/vosk/stacks/../stacks//stack", nullptr},
+                      {"another directory", kStack, directory / "stacks/stack", nullptr},
+                      {"a link that leads nowhere yet", kStack, directory / "link", kStack}};
+  for (const Row &row : rows) {
+    SCOPED_TRACE(row.what);
+    ASSERT_EQ(sandbox::fresh(), "");
+    if (row.link_target != nullptr) {
+      ASSERT_EQ(symlink(row.link_target, row.trace.c_str()), 0);
+    }
+    set("VOSKDEBUG", row.trace);
+    platform::Calls calls;
+    calls.fixed_clock(stack_test::kNow, stack_test::kMicroseconds);
+    EXPECT_EQ(calls.during([&] { return push(incident()); }), 0);
+    stack_test::Golden record = golden();
+    record.identifier = identifier();
+    EXPECT_EQ(files::difference(stack_with(record.bytes()), stack()), "");
+  }
+}
+
+// A stack that is such a link is not made either: its reservation finds the link in the way.
+TEST_F(PushTrace, IsNotWhatALinkForAStackLeadsTo) {
+  files::TemporaryDirectory directory;
+  ASSERT_EQ(symlink((directory / "trace").c_str(), kStack), 0);
+  set("VOSKDEBUG", directory / "trace");
+  EXPECT_EQ(push(incident()), VK_STACK_ACCESS);
+  EXPECT_THAT(files::list(directory.path()), IsEmpty());
+}
+
+TEST_F(PushTrace, BesideTheStackFileIsAnOrdinaryOne) {
+  for (const char *name : {"/var/adm/vosk/stacks/stack1", "/var/adm/vosk/stack", "/var/adm/vosk/stacks/stac"}) {
+    SCOPED_TRACE(name);
+    ASSERT_EQ(sandbox::fresh(), "");
+    set("VOSKDEBUG", name);
+    EXPECT_EQ(push(incident()), 0);
+    EXPECT_EQ(trace_file::read(name).messages("vk_push_stack").size(), 4u);
+    EXPECT_EQ(stack().substr(0, 24), header(0, 24, 213, 24, 16384, 0));
+  }
+}
+
 // The test of the environment, which decides on its own, must not trace into it either.
 TEST_F(PushTrace, IntoTheStackFileIsNotWrittenWhereTheEnvironmentIsRefused) {
   put_stack(empty_stack());
