@@ -1,7 +1,8 @@
 #include "verdict.h"
 
 #include <algorithm>
-#include <ctime>
+
+#include "originator.h"
 
 namespace vosk {
 
@@ -35,18 +36,6 @@ const kind_texts &texts_of(verdict_kind kind) noexcept {
 
 moment moment_of(const identifier &id) {
   return {id.seconds, static_cast<std::int32_t>(id.microseconds.value_or(0))};
-}
-
-// The time at the end of a stack's name, ".20231114.221320", in local time.
-std::optional<moment> time_in_name(std::string_view path) {
-  constexpr std::size_t kLength = 16;
-  if (path.size() < kLength) return std::nullopt;
-  const std::string text(path.substr(path.size() - kLength));
-  std::tm tm{};
-  const char *const end = strptime(text.c_str(), ".%Y%m%d.%H%M%S", &tm);
-  if (end == nullptr || *end != '\0') return std::nullopt;
-  tm.tm_isdst = -1;
-  return moment{std::mktime(&tm), 0};
 }
 
 // The file's first record where it still has it.
@@ -219,7 +208,7 @@ std::optional<evidence> made_after(const identifier &id, const stack_file &file)
   };
   if (has_its_inode(id, file)) {
     if (file.facts.birth) return if_later("file_made", *file.facts.birth);
-    if (const auto named = time_in_name(file.path)) return if_later("time_in_its_name", *named);
+    if (const auto named = parse_stack_name(file.path)) return if_later("time_in_its_name", named->made);
   }
   const record *const first = first_record(file.contents);
   return first != nullptr ? if_later("first_record", moment_of(*first->id)) : std::nullopt;

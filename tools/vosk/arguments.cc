@@ -22,6 +22,15 @@ constexpr char kReportExamples[] =
     "  PROGRAM -v -n 1 STACKFILE                     every field of the newest record\n"
     "  PROGRAM --around IDENTIFIER=30s --dir COPIES  around an incident, on all nodes\n"
     "Exit status: 0 shown, 1 failure, 2 usage, 3 damage seen, 4 no record to show";
+constexpr char kListHelp[] =
+    "Print a line for each stack: its file's owner, the process that established it, what it holds, and whether it "
+    "takes the "
+    "next recording. Without FILE of all under /var/adm/vosk/stacks.";
+constexpr char kListExamples[] =
+    "Examples:\n"
+    "  PROGRAM             all stacks of this node\n"
+    "  PROGRAM --failed    those that refuse the next recording\n"
+    "Exit status: 0 listed, 1 failure, 2 usage, 3 damage seen, 4 nothing to list";
 constexpr char kShowHelp[] =
     "Take an identifier apart and show its record, or say why it cannot be shown. The stacks of this node are looked "
     "through, and those below each --dir.";
@@ -98,6 +107,15 @@ class verb_of : public verb {
   Options options_;
 };
 
+class list_verb : public verb_of<list_options> {
+ public:
+  list_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kListExamples, program) {
+    add_names(app, options_.names);
+    app.add_flag("--failed", options_.failed, "Only stacks that refuse the next recording");
+    add_common(app, out.common);
+  }
+};
+
 class report_verb : public verb_of<report_options> {
  public:
   report_verb(CLI::App &app, invocation &out, const std::string &program)
@@ -157,6 +175,7 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
     verbs.push_back(std::make_unique<report_verb>(app, out, out.program));
   } else {
     app.require_subcommand(1);
+    verbs.push_back(std::make_unique<list_verb>(*app.add_subcommand("list", kListHelp), out, "vosk list"));
     verbs.push_back(std::make_unique<report_verb>(*app.add_subcommand("report", kReportHelp), out, "vosk report"));
     verbs.push_back(std::make_unique<show_verb>(*app.add_subcommand("show", kShowHelp), out, "vosk show"));
     verbs.push_back(std::make_unique<verify_verb>(*app.add_subcommand("verify", kVerifyHelp), out, "vosk verify"));

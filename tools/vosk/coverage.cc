@@ -11,27 +11,7 @@ namespace vosk {
 
 namespace {
 
-constexpr char kRemedy[] = "set VOSKRECLAIM=whole for the processes that record into it";
-
-struct covered {
-  const record *first = nullptr, *last = nullptr;  // the earliest and the latest by their identifiers
-};
-
-covered coverage_of(const stack &contents) {
-  covered result;
-  for (const record &r : contents.records) {
-    if (!r.id) continue;
-    if (result.first == nullptr || made_later(*result.first, r)) result.first = &r;
-    if (result.last == nullptr || made_later(r, *result.last)) result.last = &r;
-  }
-  return result;
-}
-
-bool is_copy(const stack_file &file) {
-  return file.contents.inode != 0 && file.contents.inode != (file.facts.inode & kInodeMask);
-}
-
-void print_coverage_json(output &out, const stack_file &file, const covered &range, const push_outlook &outlook) {
+void print_coverage_json(output &out, const stack_file &file, const covered_time &range, const push_outlook &outlook) {
   const stack &contents = file.contents;
   json_line line("coverage");
   line.text("file", file.path).number("file_inode", file.facts.inode);
@@ -39,28 +19,32 @@ void print_coverage_json(output &out, const stack_file &file, const covered &ran
     line.number("inode", contents.inode);
   else
     line.null("inode");
-  if (range.first != nullptr) {
-    line.text("from", utc_time_text(range.first->id->seconds, range.first->id->microseconds));
-    line.text("to", utc_time_text(range.last->id->seconds, range.last->id->microseconds));
-  } else {
-    line.null("from").null("to");
-  }
+  coverage_members(line, range);
   line.boolean("header_written", contents.kind == file_kind::stack).boolean("wrapped", contents.wrapped);
   line.number("records", contents.records.size()).number("unreadable_bytes", contents.unreadable);
   line.number("damage", contents.damages.size()).boolean("read_in_one_piece", file.steady);
-  line.boolean("next_push_taken", outlook.taken());
-  if (!outlook.taken()) line.text("refused_because", outlook.reason);
+  outlook_members(line, outlook);
   out.write(line.take());
+}
+
+std::vector<std::string> given_names(const std::vector<std::string> &names, const common_options &common) {
+  std::vector<std::string> all = names;
+  all.insert(all.end(), common.copies.begin(), common.copies.end());
+  return all;
 }
 
 }  // namespace
 
 std::vector<std::string> names_to_read(const std::vector<std::string> &names, const common_options &common) {
-  std::vector<std::string> all = names;
-  all.insert(all.end(), common.copies.begin(), common.copies.end());
-  if (!all.empty()) return all;
+  const std::vector<std::string> all = given_names(names, common);
   const char *const own = std::getenv("VOSKSTACK");
-  return {own != nullptr && *own != '\0' ? own : kStackDirectory};
+  if (all.empty() && own != nullptr && *own != '\0') return {own};
+  return names_to_list(names, common);
+}
+
+std::vector<std::string> names_to_list(const std::vector<std::string> &names, const common_options &common) {
+  const std::vector<std::string> all = given_names(names, common);
+  return all.empty() ? std::vector<std::string>{kStackDirectory} : all;
 }
 
 collection read_names(const std::vector<std::string> &names) {
@@ -69,22 +53,53 @@ collection read_names(const std::vector<std::string> &names) {
   return found.take();
 }
 
+covered_time covered_by(const stack &contents) {
+  covered_time result;
+  for (const record &r : contents.records) {
+    if (!r.id) continue;
+    if (result.first == nullptr || made_later(*result.first, r)) result.first = &r;
+    if (result.last == nullptr || !made_later(*result.last, r)) result.last = &r;
+  }
+  return result;
+}
+
+std::string covered_text(const record *r, const common_options &common) {
+  if (r == nullptr) return "-";
+  return time_text(r->id->seconds, r->id->microseconds, common.utc ? zone::utc : zone::local);
+}
+
+void coverage_members(json_object &object, const covered_time &time) {
+  if (time.first == nullptr) {
+    object.null("from").null("to");
+    return;
+  }
+  object.text("from", utc_time_text(time.first->id->seconds, time.first->id->microseconds));
+  object.text("to", utc_time_text(time.last->id->seconds, time.last->id->microseconds));
+}
+
+void outlook_members(json_object &object, const push_outlook &outlook) {
+  object.boolean("next_push_taken", outlook.taken());
+  if (!outlook.taken()) object.text("refused_because", outlook.reason);
+}
+
+bool is_copy(const stack_file &file) {
+  return file.contents.inode != 0 && file.contents.inode != (file.facts.inode & kInodeMask);
+}
+
 void print_coverage(output &out, const common_options &common, const stack_file &file) {
   const stack &contents = file.contents;
-  const covered range = coverage_of(contents);
+  const covered_time range = covered_by(contents);
   const push_outlook outlook = next_push(contents);
   if (common.json) {
     print_coverage_json(out, file, range, outlook);
     return;
   }
-  const zone where = common.utc ? zone::utc : zone::local;
-  const auto at = [&](const record &r) { return time_text(r.id->seconds, r.id->microseconds, where); };
   std::string text = "-- " + out.safe(file.path) + ": ";
   if (contents.kind == file_kind::reserved) {
     text += "reserved for a first recording that has not written its header";
   } else {
     if (range.first != nullptr)
-      text += at(*range.first) + " to " + at(*range.last);
+      text += covered_text(range.first, common) + " to " + covered_text(range.last, common);
     else
       text += "no time covered";
     const std::size_t records = contents.records.size();

@@ -42,6 +42,11 @@ struct verify_options {
   std::vector<std::string> names;
 };
 
+struct list_options {
+  std::vector<std::string> names;
+  bool failed = false;  // only stacks that refuse the next recording
+};
+
 struct show_options {
   std::string identifier;
   bool node_only = false;
@@ -50,7 +55,7 @@ struct show_options {
 struct invocation {
   std::string program = "vosk";
   common_options common;
-  std::variant<std::monostate, report_options, verify_options, show_options> verb;
+  std::variant<std::monostate, list_options, report_options, verify_options, show_options> verb;
 };
 
 }  // namespace vosk
