@@ -22,6 +22,15 @@ constexpr char kReportExamples[] =
     "  PROGRAM -v -n 1 STACKFILE                     every field of the newest record\n"
     "  PROGRAM --around IDENTIFIER=30s --dir COPIES  around an incident, on all nodes\n"
     "Exit status: 0 shown, 1 failure, 2 usage, 3 damage seen, 4 no record to show";
+constexpr char kDetailHelp[] =
+    "Show the detail of an identifier's record: the copy of the detail file that it cites, with its owner and size, or "
+    "its "
+    "text.";
+constexpr char kDetailExamples[] =
+    "Examples:\n"
+    "  PROGRAM IDENTIFIER\n"
+    "  PROGRAM -o core.txt IDENTIFIER    save it\n"
+    "Exit status: 0 shown, 1 failure, 2 usage, 3 the record is damaged, 4 no record, or the file is gone";
 constexpr char kListHelp[] =
     "Print a line for each stack: its file's owner, the process that established it, what it holds, and whether it "
     "takes the "
@@ -107,6 +116,22 @@ class verb_of : public verb {
   Options options_;
 };
 
+void add_identifier(CLI::App &app, std::string &identifier, bool &node_only) {
+  app.add_option("ID", identifier, "The identifier, 42 characters")->required()->type_name("");
+  app.add_flag("--node-only", node_only, "Look into this node's stacks only for identifiers of its addresses");
+}
+
+class detail_verb : public verb_of<detail_options> {
+ public:
+  detail_verb(CLI::App &app, invocation &out, const std::string &program)
+      : verb_of(app, out, kDetailExamples, program) {
+    add_identifier(app, options_.identifier, options_.node_only);
+    app.add_option("-o,--output", options_.output_file, "Write the content to FILE, - for standard output")
+        ->type_name("FILE");
+    add_common(app, out.common);
+  }
+};
+
 class list_verb : public verb_of<list_options> {
  public:
   list_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kListExamples, program) {
@@ -136,9 +161,8 @@ class report_verb : public verb_of<report_options> {
 class show_verb : public verb_of<show_options> {
  public:
   show_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kShowExamples, program) {
-    app.add_option("ID", options_.identifier, "The identifier, 42 characters")->required()->type_name("");
-    app.add_flag("--node-only", options_.node_only,
-                 "Look into this node's stacks only for identifiers of its addresses");
+    add_identifier(app, options_.identifier, options_.node_only);
+    app.add_flag("--detail", options_.detail, "Show the detail file that the record cites, too");
     add_common(app, out.common);
   }
 };
@@ -175,6 +199,7 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
     verbs.push_back(std::make_unique<report_verb>(app, out, out.program));
   } else {
     app.require_subcommand(1);
+    verbs.push_back(std::make_unique<detail_verb>(*app.add_subcommand("detail", kDetailHelp), out, "vosk detail"));
     verbs.push_back(std::make_unique<list_verb>(*app.add_subcommand("list", kListHelp), out, "vosk list"));
     verbs.push_back(std::make_unique<report_verb>(*app.add_subcommand("report", kReportHelp), out, "vosk report"));
     verbs.push_back(std::make_unique<show_verb>(*app.add_subcommand("show", kShowHelp), out, "vosk show"));

@@ -1,7 +1,5 @@
 // vosk list: a line for each stack.
 
-#include <pwd.h>
-
 #include <algorithm>
 
 #include "coverage.h"
@@ -10,6 +8,7 @@
 #include "reader/detail_path.h"
 #include "reader/originator.h"
 #include "reader/reclamation.h"
+#include "user_name.h"
 #include "verbs.h"
 
 namespace vosk {
@@ -29,11 +28,6 @@ struct stack_line {
   bool alive = false;
   details_count details;
 };
-
-std::string user_name(uid_t uid) {
-  const passwd *const user = getpwuid(uid);
-  return user != nullptr ? user->pw_name : std::to_string(uid);
-}
 
 details_count count_details(const stack &contents) {
   details_count count;

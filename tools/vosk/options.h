@@ -42,6 +42,11 @@ struct verify_options {
   std::vector<std::string> names;
 };
 
+struct detail_options {
+  std::string identifier, output_file;
+  bool node_only = false;
+};
+
 struct list_options {
   std::vector<std::string> names;
   bool failed = false;  // only stacks that refuse the next recording
@@ -49,13 +54,13 @@ struct list_options {
 
 struct show_options {
   std::string identifier;
-  bool node_only = false;
+  bool node_only = false, detail = false;
 };
 
 struct invocation {
   std::string program = "vosk";
   common_options common;
-  std::variant<std::monostate, list_options, report_options, verify_options, show_options> verb;
+  std::variant<std::monostate, detail_options, list_options, report_options, verify_options, show_options> verb;
 };
 
 }  // namespace vosk

@@ -58,12 +58,11 @@ const char *chosen_pager() {
 }  // namespace
 
 output::output(const common_options &options, bool paged)
-    : raw_(options.raw), utf8_(std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0) {
-  const bool terminal = isatty(fd_) != 0;
+    : raw_(options.raw), terminal_(isatty(1) != 0), utf8_(std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0) {
   colour_ = options.color == "always" ||
-            (options.color == "auto" && terminal && !is_set("NO_COLOR") && terminal_has_colours());
+            (options.color == "auto" && terminal_ && !is_set("NO_COLOR") && terminal_has_colours());
   if (options.json) colour_ = false;
-  if (paged && terminal && !options.json && !options.no_pager) start_pager();
+  if (paged && terminal_ && !options.json && !options.no_pager) start_pager();
 }
 
 output::~output() {

@@ -28,6 +28,9 @@ class output {
   }
   void flush();
 
+  // True if what is written ends on a terminal, through a pager or not.
+  bool terminal() const noexcept { return terminal_; }
+
   // Nobody reads any more: whatever is written from here on is dropped.
   bool closed() const noexcept { return state_ == state::reader_gone; }
 
@@ -47,7 +50,7 @@ class output {
   void start_pager();
 
   state state_ = state::open;
-  bool raw_, colour_, utf8_;
+  bool raw_, terminal_, colour_, utf8_;
   int fd_ = 1, error_ = 0;
   pid_t pager_ = -1;
   std::string buffer_;

@@ -6,6 +6,7 @@
 
 namespace vosk {
 
+int detail(const common_options &common, const detail_options &options);
 int list(const common_options &common, const list_options &options);
 int report(const common_options &common, const report_options &options);
 int show(const common_options &common, const show_options &options);
