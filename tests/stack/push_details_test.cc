@@ -99,6 +99,18 @@ TEST_F(PushDetails, ThatCannotBeCopiedAreWhatTheCopyingLeft) {
   }
 }
 
+// Its copy would lie outside the directory of copies.
+TEST_F(PushDetails, OfAProcessWhoseNameHasASlashAreNotCopied) {
+  put_stack(empty_stack());
+  set("VOSKPNAME", "../serv");
+  EXPECT_EQ(push_known(with_file(details_.c_str())), VK_COPY_FAILED);
+  EXPECT_EQ(files::list(sandbox::kRoot), (std::vector<std::string>{"dumps", "stacks"}));
+  EXPECT_THAT(files::list(sandbox::kDumps), IsEmpty());
+  std::string record = record_with(details_);
+  record.replace(record.find("service"), 7, "../serv");
+  EXPECT_EQ(files::difference(stack_with(record), stack()), "");
+}
+
 TEST_F(PushDetails, OfASecondIncidentInTheSameSecondAreNotCopied) {
   put_stack(empty_stack());
   EXPECT_EQ(push_known(with_file(details_.c_str())), 0);
