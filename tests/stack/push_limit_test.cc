@@ -90,13 +90,13 @@ TEST_F(PushLimit, WithinARecordIsAFailedOrAShortWrite) {
     std::string report = row.report;
     if (const std::size_t at = report.find("PATH"); at != std::string::npos) report.replace(at, 4, kPath);
     expect_survives(row.limit, [&] {
-      EXPECT_EQ(push(incident()), report == "no error" ? 0 : 41);
+      EXPECT_EQ(push_known(incident()), report == "no error" ? 0 : 41);
       EXPECT_THAT(cu_double::reports(), ElementsAre("no error", report));
+      std::string after = before;
+      after.replace(10000, row.written, golden().bytes().substr(0, row.written));
+      if (row.written == 189) after.replace(8, 4, u32(10189));
+      EXPECT_EQ(files::difference(after, stack()), "");
     });
-    const std::string after = stack();
-    EXPECT_EQ(after.substr(10000 + row.written), before.substr(10000 + row.written));
-    EXPECT_EQ(after.find('x', 10000), 10000 + row.written);
-    EXPECT_EQ(after.substr(8, 4), u32(row.written == 189 ? 10189 : 10000));
   }
 }
 
