@@ -83,7 +83,7 @@ class WholeTest : public testing::Test {
   // In a child: takes the environment over.
   static void own_environment();
 
-  // Fills a fresh file under whole records until it has wrapped `wraps` times, with records of 134 to 1016 bytes.
+  // Fills a fresh file under whole records until it has wrapped `wraps` times, and somewhat further.
   std::string filled(int size, int wraps, Random &random);
   // Pushes ordinary incidents under the standard rule until one is refused; empty where none is.
   std::string stopped(int size, Random &random);
