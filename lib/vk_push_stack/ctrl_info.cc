@@ -92,6 +92,7 @@ ssize_t read_control(int fd, control &c, stack_image *image) noexcept {
     end += static_cast<std::size_t>(count);
     if (end >= expected) break;
   }
+  image->end = end;
   return first;
 }
 

@@ -18,9 +18,10 @@ struct stack_header {
 enum class reclaim_rule { standard, whole };
 
 // A stack file's bytes by their offsets, as far as records can lie: one of the standard rule may run up to 4 bytes past
-// the file size. What the file does not have is zero.
+// the file size. What lies behind the file's end is zero.
 struct stack_image {
   unsigned char bytes[stack_file::kLargest + 4];
+  std::size_t end;
 };
 
 // Another process is creating the file: it is empty, or still begins with the reservation's text line.

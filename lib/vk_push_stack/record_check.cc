@@ -1,6 +1,5 @@
 #include "lib/vk_push_stack/record_check.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
@@ -14,11 +13,9 @@ namespace {
 
 constexpr char kStackHeaderDigit = '7';  // version 2, stack
 constexpr std::size_t kBodyMax = stack_file::kRecordMax - stack_file::kPrefixSize;
+static_assert(kBodyMin == 4 + 2 * VK_EID_SIZE + 4 + 1 + 12 + 3 * 2 + 4 + 1 + 8 + 1 + 4 + 1);
 // A record of this size and less has all its fields: one that does not fit is at most eight bytes wide.
 constexpr std::size_t kSurelyComplete = kBodyMax - 8;
-// The standard rule may leave the earliest offset up to this many bytes in front of the newest record's end; what it
-// clears next begins there.
-constexpr std::size_t kClearedEnd = 3;
 
 // Takes fields off a body, remembering whether all were there.
 class body_reader {
@@ -58,7 +55,7 @@ class body_reader {
   }
   bool complete() const noexcept { return complete_; }
   bool plausible() const noexcept { return plausible_; }
-  std::span<const unsigned char> rest() const noexcept { return body_.subspan(at_); }
+  bool at_end() const noexcept { return at_ == body_.size(); }
 
  private:
   std::span<const unsigned char> body_;
@@ -66,45 +63,32 @@ class body_reader {
   bool complete_ = true, plausible_ = true;
 };
 
-bool ends_here(std::span<const unsigned char> rest) noexcept {
-  return rest.size() <= kClearedEnd && std::all_of(rest.begin(), rest.end(), [](unsigned char b) { return b == 0; });
-}
+enum class identity { contradiction, none, agreeing };
 
-// An identifier and the time beside it: both missing, or of the same second.
-bool agree(const unsigned char *eid, std::uint32_t seconds) noexcept {
+// Of an identifier and the time beside it: both missing, or of the same second.
+identity identity_of(const unsigned char *eid, std::uint32_t seconds) noexcept {
   constexpr unsigned char kNone[VK_EID_SIZE] = {};
-  if (std::memcmp(eid, kNone, sizeof kNone) == 0) return seconds == 0;
-  if (eid[0] != kStackHeaderDigit || eid[kEidDigits] != '\0') return false;
-  if (std::memchr(eid, 0, kEidDigits) != nullptr) return false;
+  if (std::memcmp(eid, kNone, sizeof kNone) == 0) return seconds == 0 ? identity::none : identity::contradiction;
+  if (eid[0] != kStackHeaderDigit || eid[kEidDigits] != '\0') return identity::contradiction;
+  if (std::memchr(eid, 0, kEidDigits) != nullptr) return identity::contradiction;
   char digits[kSecondsDigits + 1] = {};
   std::memcpy(digits, eid + kTimeAt, kSecondsDigits);
-  return static_cast<std::uint32_t>(vk_a64l(digits)) == seconds;
+  return static_cast<std::uint32_t>(vk_a64l(digits)) == seconds ? identity::agreeing : identity::contradiction;
 }
 
-}  // namespace
-
-std::size_t whole_record_size(std::span<const unsigned char> bytes) noexcept {
-  std::uint32_t prefix[2];
-  if (bytes.size() < sizeof prefix) return 0;
-  std::memcpy(prefix, bytes.data(), sizeof prefix);
-  const std::size_t length = prefix[0];
-  if (length == 0 || length > kBodyMax || prefix[1] != 0 || length > bytes.size() - sizeof prefix) return 0;
-
-  body_reader body(bytes.subspan(sizeof prefix, length));
-  if (body.u32() != 0) return 0;
-  const unsigned char *eid = body.skip(VK_EID_SIZE);
-  (void)body.skip(VK_EID_SIZE);  // the associated identifier is whatever the caller gave
-  const std::uint32_t seconds = body.u32();
-  if (!body.complete() || !agree(eid, seconds)) return 0;
+void take_names(body_reader &body) noexcept {
   (void)body.text();    // process name
   (void)body.skip(12);  // process, parent, thread
   body.name();          // source file
   body.name();          // version
   body.name();          // product
-  (void)body.skip(4);   // line
-  (void)body.text();    // catalogue
-  (void)body.skip(8);   // set and number
-  (void)body.text();    // default message
+}
+
+void take_description(body_reader &body) noexcept {
+  (void)body.skip(4);  // line
+  (void)body.text();   // catalogue
+  (void)body.skip(8);  // set and number
+  (void)body.text();   // default message
   const std::uint32_t arguments = body.u32();
   for (std::uint32_t i = 0; i < arguments && body.complete(); ++i) {
     if (body.u32() == CU_ARG_STRING)
@@ -113,8 +97,31 @@ std::size_t whole_record_size(std::span<const unsigned char> bytes) noexcept {
       (void)body.skip(sizeof(cu_arg_t::value));
   }
   (void)body.text();  // details
-  const bool whole = body.complete() ? ends_here(body.rest()) : length > kSurelyComplete;
-  return whole && body.plausible() ? length + sizeof prefix : 0;
+}
+
+}  // namespace
+
+checked_record check_record(std::span<const unsigned char> bytes) noexcept {
+  constexpr checked_record kNoRecord = {0, false};
+  std::uint32_t prefix[2];
+  if (bytes.size() < sizeof prefix) return kNoRecord;
+  std::memcpy(prefix, bytes.data(), sizeof prefix);
+  const std::size_t length = prefix[0];
+  if (length < kBodyMin || length > kBodyMax || prefix[1] != 0 || length > bytes.size() - sizeof prefix)
+    return kNoRecord;
+
+  body_reader body(bytes.subspan(sizeof prefix, length));
+  if (body.u32() != 0) return kNoRecord;
+  const unsigned char *eid = body.skip(VK_EID_SIZE);
+  (void)body.skip(VK_EID_SIZE);  // the associated identifier is whatever the caller gave
+  const identity found = identity_of(eid, body.u32());
+  if (found == identity::contradiction) return kNoRecord;
+  take_names(body);
+  const bool named = body.complete() && body.plausible();
+  take_description(body);
+  const bool ends = body.complete() ? body.at_end() : length > kSurelyComplete;
+  const bool intact = ends && body.plausible();
+  return found == identity::agreeing || named || intact ? checked_record{length + sizeof prefix, intact} : kNoRecord;
 }
 
 }  // namespace vk

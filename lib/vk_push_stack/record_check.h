@@ -7,11 +7,19 @@
 
 namespace vk {
 
-// The bytes that the record at the start of `bytes` occupies, or 0 where no whole record starts: its length, the zero
-// words, identifier and time, and the fields up to its end must agree with each other. A record has no checksum, but it
-// says most things twice; the fields matter most where it has no identifier, since a leftover byte in front of cleared
-// space is a length in front of zeros, too.
-std::size_t whole_record_size(std::span<const unsigned char> bytes) noexcept;
+// The body of a record of which only what is never missing is there: the source file, its version and the product have
+// one character at least.
+inline constexpr std::size_t kBodyMin = 132;
+
+struct checked_record {
+  std::size_t size;  // the bytes that it occupies, 0 where no whole record starts
+  bool intact;       // its fields end where its length says
+};
+
+// Looks for a whole record at the start of `bytes`: its length, the zero words, identifier and time agree. A record has
+// no checksum, but it says most things twice. One without an identifier must have its names, too: a byte that was left
+// in front of cleared space is a length in front of zeros.
+checked_record check_record(std::span<const unsigned char> bytes) noexcept;
 
 }  // namespace vk
 

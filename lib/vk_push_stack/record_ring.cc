@@ -16,22 +16,27 @@ bool all_zero(const unsigned char *from, const unsigned char *to) noexcept {
 record_ring::record_ring(const stack_image &image, const stack_file::control &control) noexcept
     : bytes_(image.bytes),
       size_(static_cast<std::size_t>(control.file_size)),
-      limit_(size_ + 4),
+      limit_(std::min(size_ + 4, image.end)),
       first_(static_cast<std::size_t>(control.init_offset)),
       earliest_(static_cast<std::size_t>(control.earliest_record)),
       wrapped_(control.wrapped == 1),
       position_(static_cast<std::size_t>(control.recording_position)) {
   linked_ = follow_links();
-  if (!linked_ || may_hide_older_records()) search();
+  if (linked_ && !may_hide_older_records()) return;
+  if (!linked_) {
+    count_ = 0;
+    (void)take_run(earliest_, limit_, true);
+  }
+  search();
 }
 
 // Adds the records that follow each other from `at` on; returns where they end.
-std::size_t record_ring::take_run(std::size_t at, std::size_t end) noexcept {
+std::size_t record_ring::take_run(std::size_t at, std::size_t end, bool only_intact) noexcept {
   while (at < end && count_ < kMostRecords) {
-    const std::size_t size = whole_record_size({bytes_ + at, end - at});
-    if (size == 0) break;
-    records_[count_++] = {at, at + size};
-    at += size;
+    const checked_record found = check(at, end);
+    if (found.size == 0 || (only_intact && !found.intact)) break;
+    records_[count_++] = {at, at + found.size};
+    at += found.size;
   }
   return at;
 }
@@ -48,7 +53,7 @@ bool record_ring::follow_links() noexcept {
   }
   if (newer > position_) return false;
   // A push that made the last record of the standard rule the newest one of its header says the file size.
-  const std::size_t tail = take_run(newer, position_ == size_ ? limit_ : position_);
+  const std::size_t tail = take_run(newer, position_ == size_ ? limit_ : std::min(position_, limit_));
   if (tail < position_) return false;
   position_ = tail;
   return true;
@@ -62,6 +67,13 @@ bool record_ring::may_hide_older_records() const noexcept {
          !all_zero(bytes_ + position_, bytes_ + limit_);
 }
 
+// Whether an intact record starts inside one that is not: then the length of that one is wrong.
+bool record_ring::covers_another(std::size_t at, std::size_t size) const noexcept {
+  for (std::size_t inside = at + 1; inside < at + size; ++inside)
+    if (check(inside, limit_).intact) return true;
+  return false;
+}
+
 // After the standard rule neither the earliest offset nor the lengths lead from record to record: every offset is
 // tried. What the header does lead to comes first, so that nothing in front of it is taken for a record that covers it.
 void record_ring::search() noexcept {
@@ -72,10 +84,18 @@ void record_ring::search() noexcept {
   count_ = 0;
   for (std::size_t at = stack_file::kHeaderSize; at < limit_ && count_ < kMostRecords;) {
     const std::size_t limit = next != last ? next->begin : limit_;
-    const std::size_t size = at == limit ? next->end - at : whole_record_size({bytes_ + at, limit - at});
-    if (at == limit) ++next;
-    if (size != 0) records_[count_++] = {at, at + size};
-    at += std::max<std::size_t>(size, 1);
+    if (at == limit) {
+      records_[count_++] = *next;
+      at = next++->end;
+      continue;
+    }
+    const checked_record found = check(at, limit);
+    if (found.size == 0 || (!found.intact && covers_another(at, found.size))) {
+      ++at;
+      continue;
+    }
+    records_[count_++] = {at, at + found.size};
+    at += found.size;
   }
   // A position inside a record is one in front of its end; the record stays.
   for (std::size_t i = 0; i < count_; ++i)

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "lib/vk_push_stack/ctrl_info.h"
+#include "lib/vk_push_stack/record_check.h"
 
 namespace vk {
 
@@ -13,8 +14,7 @@ struct extent {
   std::size_t begin, end;
 };
 
-// More whole records than fit: each has more than 136 bytes.
-inline constexpr std::size_t kMostRecords = sizeof(stack_image) / 136 + 1;
+inline constexpr std::size_t kMostRecords = sizeof(stack_image::bytes) / (kBodyMin + stack_file::kPrefixSize);
 
 // The whole records, oldest first: those from the end of the newest one on, then those in front of it.
 class record_ring {
@@ -30,13 +30,15 @@ class record_ring {
   const extent *end() const noexcept { return records_ + count_; }
   // The end of the newest record: the recording position, or up to 4 bytes behind the file size.
   std::size_t position() const noexcept { return position_; }
-  // Where records end at the latest.
+  // Where records end at the latest: 4 bytes behind the file size, or at the end of a file that was cut.
   std::size_t limit() const noexcept { return limit_; }
 
  private:
-  std::size_t take_run(std::size_t at, std::size_t end) noexcept;
+  checked_record check(std::size_t at, std::size_t end) const noexcept { return check_record({bytes_ + at, end - at}); }
+  std::size_t take_run(std::size_t at, std::size_t end, bool only_intact = false) noexcept;
   bool follow_links() noexcept;
   bool may_hide_older_records() const noexcept;
+  bool covers_another(std::size_t at, std::size_t size) const noexcept;
   void search() noexcept;
 
   const unsigned char *const bytes_;
