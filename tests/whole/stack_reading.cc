@@ -87,7 +87,11 @@ std::size_t verified_size(const std::string &file, std::size_t at) {
   if (number_at(body, 0) != 0) return 0;
   const std::uint32_t time = number_at(body, kTimeAt);
   const std::string identifier = body.substr(4, kIdentifier);
-  if (identifier == std::string(kIdentifier, '\0')) return time == 0 ? kPrefix + length : 0;
+  if (identifier == std::string(kIdentifier, '\0')) {
+    // Zeros behind a length are no record: one names its source file at least.
+    const bool named = body.find_first_not_of('\0', kTimeAt + 4) != std::string::npos;
+    return time == 0 && named ? kPrefix + length : 0;
+  }
   if (identifier[0] != '7' || identifier.find('\0') != kIdentifier - 1) return 0;
   std::uint64_t seconds = 0;
   for (std::size_t i = 6; i-- > 0;) {
