@@ -22,6 +22,9 @@ if(QX_VOSK_SANITIZE)
   # Instrumented code hides from the compiler what is set where: with it, this warning finds faults in <regex>.
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
+if(QX_VOSK_FUZZ AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_compile_options(-fsanitize=fuzzer-no-link)  # what is fuzzed tells the fuzzer where it has been
+endif()
 option(QX_VOSK_COVERAGE "Instrument for coverage" OFF)
 if(QX_VOSK_COVERAGE)
   add_compile_options(--coverage -O0 -g)
