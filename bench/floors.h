@@ -1,0 +1,29 @@
+/* The system calls that each road cannot do without, in their order, and nothing else. */
+#ifndef BENCH_FLOORS_H
+#define BENCH_FLOORS_H
+
+#include <stddef.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+void floor_push(const char *directory, const char *stack, size_t record);
+void floor_wrapped_push(const char *directory, const char *stack, size_t record, const int *cleared, int count);
+void floor_first_push(const char *directory, const char *stack, size_t record);
+void floor_log(void);
+void floor_stack_identifier(const char *stack);
+void floor_syslog_identifier(void);
+void floor_decode(void);
+void floor_decode_with_search(const char *directory);
+void floor_trace_line(const char *trace, size_t entry);
+void floor_environment_test(void);
+void floor_base64(long value);
+void floor_reserve(const char *directory, const char *file);
+void floor_detail_copy(const char *input, const char *directory, const char *output);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

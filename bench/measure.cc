@@ -1,0 +1,58 @@
+#include "measure.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+
+namespace bench {
+namespace {
+
+using steady = std::chrono::steady_clock;
+
+double nanoseconds_a_call(const subject &s, int milliseconds) {
+  const auto wanted = std::chrono::milliseconds(milliseconds);
+  steady::duration spent{};
+  long calls = 0;
+  while (spent < wanted) {
+    if (s.before) s.before();
+    const auto start = steady::now();
+    s.block();
+    spent += steady::now() - start;
+    calls += s.calls;
+  }
+  return std::chrono::duration<double, std::nano>(spent).count() / static_cast<double>(calls);
+}
+
+double median(std::array<double, kRounds> values) {
+  std::nth_element(values.begin(), values.begin() + kRounds / 2, values.end());
+  return values[kRounds / 2];
+}
+
+}  // namespace
+
+comparison compare(const subject &ours, const subject &other, int milliseconds) {
+  std::array<double, kRounds> a{}, b{};
+  nanoseconds_a_call(ours, milliseconds / 2);  // caches and branch predictors
+  nanoseconds_a_call(other, milliseconds / 2);
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    // Neither side always comes first.
+    if (round % 2 == 0) a[round] = nanoseconds_a_call(ours, milliseconds);
+    b[round] = nanoseconds_a_call(other, milliseconds);
+    if (round % 2 != 0) a[round] = nanoseconds_a_call(ours, milliseconds);
+  }
+  return {median(a), median(b)};
+}
+
+void print_heading(const char *other) {
+  std::printf("\n%-42s %12s %12s %8s %6s\n", "", "library ns", other, "ratio", "goal");
+}
+
+void print_row(const row &r) {
+  std::printf("%-42s %12.1f %12.1f %8.3f", r.name.c_str(), r.result.ours, r.result.other, r.result.ratio());
+  if (r.goal != 0) std::printf(" %6.2f%s", r.goal, r.result.ratio() <= r.goal ? "" : "  over");
+  std::printf("\n");
+  std::fflush(stdout);
+}
+
+}  // namespace bench

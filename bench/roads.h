@@ -1,0 +1,24 @@
+// The library's roads, each beside its floor.
+#ifndef BENCH_ROADS_H
+#define BENCH_ROADS_H
+
+#include <functional>
+#include <string>
+
+#include "measure.h"
+
+namespace bench {
+
+// Measures every road and hands each row to `shown`.
+void measure_roads(const std::string &stack, int milliseconds, const std::function<void(const row &)> &shown);
+
+// One ordinary recording, as every comparison uses it.
+void push_once();
+void log_once();
+// Makes the stack file as if it had never been recorded to.
+void empty_stack(const std::string &stack);
+inline constexpr int kPushesAStack = 60;  // so many of them fit without a wrap
+
+}  // namespace bench
+
+#endif
