@@ -57,8 +57,8 @@
   vk_push_stack_1(eid, cause, VK_SOURCE, details, NULL, VK_CATALOGUE, set, number, __VA_ARGS__)
 
 /*
- * VK_LOG_ERROR(eid, cause, event_type, details, format, ...) records in the System Log. `details` is a text that tells the
- * library that there are details, or NULL; the record itself holds the message only.
+ * VK_LOG_ERROR(eid, cause, event_type, details, format, ...) records in the System Log. `details` is a text that tells
+ * the library that there are details, or NULL; the record itself holds the message only.
  */
 #define VK_LOG_ERROR(eid, cause, event_type, details, ...) \
   vk_log_error_1(eid, cause, VK_SOURCE, event_type, 0, details, -1, NULL, __VA_ARGS__)
