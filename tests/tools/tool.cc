@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <sstream>
@@ -44,6 +45,7 @@ namespace {
 bool exchange(const options &how, int in, int out, int err, result &r) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(how.timeout);
   std::size_t written = 0;
+  (void)fcntl(in, F_SETFL, O_NONBLOCK);
   if (how.input.empty()) {
     (void)close(in);
     in = -1;
@@ -57,7 +59,7 @@ bool exchange(const options &how, int in, int out, int err, result &r) {
     if (in >= 0 && fds[0].revents != 0) {
       const ssize_t n = write(in, how.input.data() + written, how.input.size() - written);
       if (n > 0) written += static_cast<std::size_t>(n);
-      if (n < 0 || written == how.input.size()) {
+      if ((n < 0 && errno != EAGAIN) || written == how.input.size()) {
         (void)close(in);
         in = -1;
       }

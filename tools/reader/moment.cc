@@ -229,26 +229,26 @@ std::string duration_text(std::int64_t microseconds) {
   return text;
 }
 
-std::optional<std::int64_t> parse_duration(std::string_view input) {
+std::optional<std::int64_t> parse_duration(std::string_view text) {
   struct unit {
     std::string_view name;
     std::int64_t length;
   };
   static constexpr std::array<unit, 7> kUnits = {
       {{"ms", 1000}, {"us", 1}, {"s", kSecond}, {"m", kMinute}, {"h", kHour}, {"d", kDay}, {"w", kWeek}}};
-  reader text(input);
-  if (text.done()) return std::nullopt;
+  reader rest(text);
+  if (rest.done()) return std::nullopt;
   std::int64_t total = 0;
-  while (!text.done()) {
-    const auto number = text.number(1, 12);
+  while (!rest.done()) {
+    const auto number = rest.number(1, 12);
     if (!number) return std::nullopt;
-    std::int64_t length = text.done() && total == 0 ? kSecond : 0;
+    std::int64_t length = rest.done() && total == 0 ? kSecond : 0;
     for (const unit &u : kUnits) {
-      if (length == 0 && text.take(u.name)) length = u.length;
+      if (length == 0 && rest.take(u.name)) length = u.length;
     }
     if (length == 0 || *number > (kLongest - total) / length) return std::nullopt;
     total += *number * length;
-    text.skip_blanks();
+    rest.skip_blanks();
   }
   return total;
 }

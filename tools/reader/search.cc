@@ -71,8 +71,9 @@ outcome record_search::look_by_inode(const std::string &dir) {
   while (const dirent *entry = readdir(stream)) {
     ++searched_;
     if ((entry->d_ino & kInodeMask) != inode_ || entry->d_type == DT_DIR) continue;
-    const std::string name = entry->d_name;
-    read(dirfd(stream), name.c_str(), dir + "/" + name, kept::always);
+    std::string path = dir;
+    path.append("/").append(entry->d_name);
+    read(dirfd(stream), entry->d_name, path, kept::always);
   }
   (void)closedir(stream);
   return outcome::read;
@@ -95,7 +96,8 @@ outcome record_search::look_by_content(const std::string &dir) {
 }
 
 outcome record_search::look_for_siblings(const std::string &dir) {
-  return look(dir, std::string_view(eid_).substr(0, 7), kept::as_sibling);
+  const std::string_view eid = eid_;
+  return look(dir, eid.substr(0, 7), kept::as_sibling);
 }
 
 bool same_record(const found_record &a, const found_record &b) noexcept {

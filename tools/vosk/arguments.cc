@@ -22,6 +22,15 @@ constexpr char kReportExamples[] =
     "  PROGRAM -v -n 1 STACKFILE                     every field of the newest record\n"
     "  PROGRAM --around IDENTIFIER=30s --dir COPIES  around an incident, on all nodes\n"
     "Exit status: 0 shown, 1 failure, 2 usage, 3 damage seen, 4 no record to show";
+constexpr char kAnnotateHelp[] =
+    "Pass a text through and add, under each line that holds identifiers, what they say and which records they belong "
+    "to. "
+    "With --json print only that, one line for each identifier.";
+constexpr char kAnnotateExamples[] =
+    "Examples:\n"
+    "  tail -f /var/log/syslog | PROGRAM\n"
+    "  PROGRAM --dir COPIES incident.log\n"
+    "Exit status: 0 done, 1 failure, 2 usage, 3 a record is damaged, 4 FILE is missing";
 constexpr char kDetailHelp[] =
     "Show the detail of an identifier's record: the copy of the detail file that it cites, with its owner and size, or "
     "its "
@@ -116,6 +125,15 @@ class verb_of : public verb {
   Options options_;
 };
 
+class annotate_verb : public verb_of<annotate_options> {
+ public:
+  annotate_verb(CLI::App &app, invocation &out, const std::string &program)
+      : verb_of(app, out, kAnnotateExamples, program) {
+    app.add_option("FILE", options_.file, "The text; standard input where it is missing or -")->type_name("");
+    add_common(app, out.common);
+  }
+};
+
 void add_identifier(CLI::App &app, std::string &identifier, bool &node_only) {
   app.add_option("ID", identifier, "The identifier, 42 characters")->required()->type_name("");
   app.add_flag("--node-only", node_only, "Look into this node's stacks only for identifiers of its addresses");
@@ -199,6 +217,8 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
     verbs.push_back(std::make_unique<report_verb>(app, out, out.program));
   } else {
     app.require_subcommand(1);
+    verbs.push_back(
+        std::make_unique<annotate_verb>(*app.add_subcommand("annotate", kAnnotateHelp), out, "vosk annotate"));
     verbs.push_back(std::make_unique<detail_verb>(*app.add_subcommand("detail", kDetailHelp), out, "vosk detail"));
     verbs.push_back(std::make_unique<list_verb>(*app.add_subcommand("list", kListHelp), out, "vosk list"));
     verbs.push_back(std::make_unique<report_verb>(*app.add_subcommand("report", kReportHelp), out, "vosk report"));

@@ -42,6 +42,10 @@ struct verify_options {
   std::vector<std::string> names;
 };
 
+struct annotate_options {
+  std::string file;  // empty or "-": standard input
+};
+
 struct detail_options {
   std::string identifier, output_file;
   bool node_only = false;
@@ -60,7 +64,9 @@ struct show_options {
 struct invocation {
   std::string program = "vosk";
   common_options common;
-  std::variant<std::monostate, detail_options, list_options, report_options, verify_options, show_options> verb;
+  std::variant<std::monostate, annotate_options, detail_options, list_options, report_options, verify_options,
+               show_options>
+      verb;
 };
 
 }  // namespace vosk

@@ -27,6 +27,7 @@ void occupy_standard_descriptors() {
 struct run_verb {
   const common_options &common;
   int operator()(const std::monostate & /*none*/) const { return kExitUsage; }
+  int operator()(const annotate_options &options) const { return annotate(common, options); }
   int operator()(const detail_options &options) const { return detail(common, options); }
   int operator()(const list_options &options) const { return list(common, options); }
   int operator()(const report_options &options) const { return report(common, options); }

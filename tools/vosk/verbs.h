@@ -6,6 +6,7 @@
 
 namespace vosk {
 
+int annotate(const common_options &common, const annotate_options &options);
 int detail(const common_options &common, const detail_options &options);
 int list(const common_options &common, const list_options &options);
 int report(const common_options &common, const report_options &options);
