@@ -9,13 +9,13 @@
 // none, the times in seconds) and, since the trace file overwrites itself, after each call what is new in it: "routine
 // NAME" or "trace problem ...". Exits with 1 where a call has an unexpected result.
 #include <qx_vosk.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <set>
 #include <string>
 
@@ -35,6 +35,13 @@ void expect(const char *what, int result, int expected) {
   _exit(1);
 }
 
+// The clock that identifiers are made with; time() may lag behind it.
+long long now() {
+  timeval time;
+  gettimeofday(&time, nullptr);
+  return time.tv_sec;
+}
+
 void look_at_the_trace() {
   static std::set<std::string> known;
   const trace_file::Trace trace = trace_file::read(std::getenv("VOSKDEBUG"));
@@ -51,11 +58,10 @@ void init(int option, int expected) {
   look_at_the_trace();
 }
 
-std::string announced(const char *who, const char *road, int type, std::time_t before, const char *eid,
+std::string announced(const char *who, const char *road, int type, long long before, const char *eid,
                       const std::string &cited) {
-  std::printf("identifier %s %s %d %d %lld %lld %s %s\n", who, road, static_cast<int>(getpid()), type,
-              static_cast<long long>(before), static_cast<long long>(std::time(nullptr)), eid,
-              cited.empty() ? "-" : cited.c_str());
+  std::printf("identifier %s %s %d %d %lld %lld %s %s\n", who, road, static_cast<int>(getpid()), type, before, now(),
+              eid, cited.empty() ? "-" : cited.c_str());
   look_at_the_trace();
   unsigned int on_node, version, location, templ, facility, priority, ipv6;
   timeval time;
@@ -75,7 +81,7 @@ using Push = decltype(vk_push_stack_1);
 std::string push(const char *who, const std::string &cited, Push *routine = vk_push_stack_1) {
   vk_eid_t eid, assoc = {};
   std::strncpy(assoc, cited.c_str(), sizeof assoc - 1);
-  const std::time_t before = std::time(nullptr);
+  const long long before = now();
   expect("the push",
          routine(&eid, assoc, who, kProduct, "story.cc", kVersion, 1, 0, "details", nullptr, kCatalogue, 1, 1,
                  "%1$s of %2$d", who, 1),
@@ -85,7 +91,7 @@ std::string push(const char *who, const std::string &cited, Push *routine = vk_p
 
 std::string log(const char *who, int type, const std::string &cited) {
   vk_eid_t eid;
-  const std::time_t before = std::time(nullptr);
+  const long long before = now();
   expect("vk_log_error_1",
          vk_log_error_1(&eid, cited.c_str(), who, kProduct, "story.cc", kVersion, 1, 0, type, 0, "details", 7, nullptr,
                         "%s tells", who),
