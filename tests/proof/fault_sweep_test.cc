@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "proof/fault_table.h"
+#include "proof/instrumented.h"
 #include "proof/roads.h"
 #include "support/cu_double.h"
 #include "support/files.h"
@@ -20,12 +21,6 @@ namespace proof {
 namespace {
 
 constexpr int kErrors[] = {EACCES, EBADF, EDQUOT, EFBIG, EINTR, EIO, EMFILE, ENOENT, ENOLCK, ENOSPC, EROFS, ESTALE};
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kInstrumented = true;
-#else
-constexpr bool kInstrumented = false;
-#endif
 
 struct Fault {
   int site = -1;  // in the road's table; -1: a call that may fail without consequence
