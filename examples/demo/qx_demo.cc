@@ -71,7 +71,15 @@ static stage stage_on_this_machine() {
   return {directory, directory + "/batch-7", nullptr};
 }
 
-static int show(bool here) {
+// Runs the tool that reads what was recorded.
+static void read_back(const fs::path &programs, const std::vector<std::string> &arguments) {
+  std::vector<std::string> command = {programs / "vosk"};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  command.push_back("--no-pager");
+  if (run(command) != 0) throw std::runtime_error("vosk " + arguments.front() + " could not read what was recorded");
+}
+
+static void show(bool here) {
   const fs::path programs = fs::read_symlink("/proc/self/exe").parent_path();
   // What the caller's own environment says would make us its heirs.
   for (const char *name : {"VOSKSTACK", "VOSKORIG", "VOSKPID", "VOSKADDR", "VOSKPNAME", "VOSKSDISABLE", "VOSKDEBUG"})
@@ -81,28 +89,24 @@ static int show(bool here) {
   const stage place = here ? stage_on_this_machine() : private_stage(programs.parent_path());
 
   heading("A service, its worker and a command meet a full file system");
-  if (run({programs / "demo/orderd", place.batch, place.directory}) != 1) {
-    std::fprintf(stderr, "qx_demo: the service did not end as it should\n");
-    return EXIT_FAILURE;
-  }
+  if (run({programs / "demo/orderd", place.batch, place.directory}) != 1)
+    throw std::runtime_error("the service did not end as it should");
 
   heading("What the identifiers say");
   std::string stack;
   const std::vector<demo::noted_record> records = demo::noted_records(place.directory);
+  if (records.empty()) throw std::runtime_error("nothing was recorded");
   for (const demo::noted_record &record : records) {
     const std::string name = demo::show_decoded(record);
     if (!name.empty()) stack = "/var/adm/vosk/stacks/" + name;
   }
 
-  for (const bool in_full : {false, true}) {
-    heading(in_full ? "The records in full: vosk report -v" : "The records in the stack file: vosk report");
-    std::vector<std::string> report = {programs / "vosk", "report", "--no-pager", stack};
-    if (in_full) report.push_back("-v");
-    if (run(report) != 0) {
-      std::fprintf(stderr, "qx_demo: the stack file cannot be read back\n");
-      return EXIT_FAILURE;
-    }
-  }
+  heading("The records in the stack file: vosk report");
+  read_back(programs, {"report", stack});
+  heading("The records in full: vosk report -v");
+  read_back(programs, {"report", "-v", stack});
+  heading("The file that the worker's record cites: vosk detail");
+  read_back(programs, {"detail", records.front().identifier});
 
   heading("What was sent to the System Log");
   if (place.log == nullptr)
@@ -112,7 +116,6 @@ static int show(bool here) {
 
   heading("What the library did in the command's one call (VOSKDEBUG)");
   demo::show_file(place.directory + "/spoolcheck.trace", 200);
-  return EXIT_SUCCESS;
 }
 
 int main(int argc, char **argv) {
@@ -122,7 +125,8 @@ int main(int argc, char **argv) {
     return 2;
   }
   try {
-    return show(here);
+    show(here);
+    return EXIT_SUCCESS;
   } catch (const demo::namespaces_refused &refused) {
     std::fprintf(stderr,
                  "\nqx_demo: a private node is refused here (%s).\n"

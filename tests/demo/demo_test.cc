@@ -85,10 +85,16 @@ TEST_F(Demo, TheStackFileHoldsTheRecordsInTheirOrder) {
 }
 
 TEST_F(Demo, TheRecordsInFullShowTheChain) {
-  const std::string said = section(run.output, "The records in full", "What was sent");
+  const std::string said = section(run.output, "The records in full", "The file that");
   EXPECT_THAT(all_groups(said, "^  Follows from    (.*)$"),
               ElementsAre("-", recorded_by("spooler"), recorded_by("orderd")));
   EXPECT_THAT(all_groups(said, "^  Detail          /var/adm/vosk/dumps/(spooler)[.]"), SizeIs(1));
+}
+
+TEST_F(Demo, TheDetailFileIsTheWorkersJournal) {
+  EXPECT_THAT(section(run.output, "The file that the worker's record cites", "What was sent"),
+              ContainsRegex("batch 7 of 4000 orders to .*/spool/batch-7\nwrite of order 1025: No space left on device\n"
+                            "file system: 0 of 65536 bytes are free\n"));
 }
 
 TEST_F(Demo, TheLogLineArrivesAndRefersToTheRecord) {
