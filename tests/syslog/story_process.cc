@@ -63,9 +63,10 @@ std::string announced(const char *who, const char *road, int type, long long bef
   std::printf("identifier %s %s %d %d %lld %lld %s %s\n", who, road, static_cast<int>(getpid()), type, before, now(),
               eid, cited.empty() ? "-" : cited.c_str());
   look_at_the_trace();
-  unsigned int on_node, version, location, templ, facility, priority, ipv6;
-  timeval time;
-  char names[256], address[16];
+  // The trace shows outputs that the call does not set as they lie here.
+  unsigned int on_node = 0, version = 0, location = 0, templ = 0, facility = 0, priority = 0, ipv6 = 0;
+  timeval time = {};
+  char names[256] = "", address[16] = "";
   expect("vk_decode_eid_2",
          vk_decode_eid_2(1, std::getenv("VOSKDEBUG"), eid, &on_node, &version, &location, names, 1, &templ, &facility,
                          &priority, &time, address, &ipv6),
