@@ -33,3 +33,15 @@ install(FILES "${PROJECT_SOURCE_DIR}/examples/record_to_stack.c" "${PROJECT_SOUR
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/qx_vosk/examples" COMPONENT development)
 install(CODE "set(QX_LOCALEDIR \"${CMAKE_INSTALL_LOCALEDIR}\")" COMPONENT runtime)
 install(SCRIPT "${PROJECT_SOURCE_DIR}/cmake/install/after_install.cmake" COMPONENT runtime)
+
+# Manual pages of every section that there are.
+file(GLOB man_pages CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/man/*.[1357]")
+foreach(page IN LISTS man_pages)
+  cmake_path(GET page EXTENSION LAST_ONLY section)
+  string(SUBSTRING "${section}" 1 1 section)
+  set(component development)
+  if(section MATCHES "[15]")
+    set(component tools)
+  endif()
+  install(FILES "${page}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man${section}" COMPONENT ${component})
+endforeach()
