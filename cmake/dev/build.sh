@@ -19,20 +19,25 @@ quietly() {
   rm -f "$output"
 }
 
+tests_wanted=no
+
 # need_packages GROUP...: installs what is missing of these groups.
 need_packages() {
+  case " $* " in
+  *" test "*) tests_wanted=yes ;;
+  esac
   sh cmake/dev/packages.sh install "$@"
 }
 
-# configure PRESET [CMAKE-ARG...]: the tests are left out while their packages are missing (a first "./dev demo" needs
-# none of them), so that nothing is configured back and forth later. ccache serves where it is installed.
+# configure PRESET [CMAKE-ARG...]: a first "./dev demo" does without the tests and their packages; once these are there,
+# the tests stay in, so that nothing is configured back and forth. ccache serves where it is installed.
 configure() {
   preset=$1
   shift
   launcher=$(command -v ccache || true)
   case $preset in
   fuzz | bench) ;;
-  *) sh cmake/dev/packages.sh present test || set -- -DQX_VOSK_TESTS=OFF "$@" ;;
+  *) [ "$tests_wanted" = yes ] || sh cmake/dev/packages.sh present test || set -- -DQX_VOSK_TESTS=OFF "$@" ;;
   esac
   cmake --preset "$preset" -DCMAKE_COMPILE_WARNING_AS_ERROR=ON \
     -DCMAKE_C_COMPILER_LAUNCHER="$launcher" -DCMAKE_CXX_COMPILER_LAUNCHER="$launcher" "$@"

@@ -4,6 +4,7 @@ set -eu
 cd "$(dirname "$0")/../.."
 . cmake/dev/build.sh
 
+need_packages build test coverage
 build coverage
 find build-coverage -name '*.gcda' -delete # counts of earlier runs would add up
 status=0

@@ -135,6 +135,7 @@ TEST_F(Packages, AreOnlyNamedWhereTheSystemIsNotDebian) {
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.output, HasSubstr("not a Debian system"));
   EXPECT_FALSE(files::exists(log()));
+  EXPECT_EQ(packages("present build").status, 1);
 }
 
 TEST(Scripts, PassShellcheck) {
