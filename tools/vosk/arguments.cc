@@ -19,6 +19,7 @@ constexpr char kReportExamples[] =
     "Examples:\n"
     "  PROGRAM                                       everything on this node\n"
     "  PROGRAM --since -10m --process orderd         the last ten minutes of one service\n"
+    "  PROGRAM -f --new                              what is recorded from now on\n"
     "  PROGRAM -v -n 1 STACKFILE                     every field of the newest record\n"
     "  PROGRAM --around IDENTIFIER=30s --dir COPIES  around an incident, on all nodes\n"
     "Exit status: 0 shown, 1 failure, 2 usage, 3 damage seen, 4 no record to show";
@@ -170,7 +171,13 @@ class report_verb : public verb_of<report_options> {
         ->check(CLI::IsMember({"short", "verbose", "json"}))
         ->type_name("FORMAT");
     app.add_option("-n,--lines", options_.last, "Only the newest COUNT records")->type_name("COUNT");
-    app.add_flag("-r,--reverse", options_.reverse, "The newest record first");
+    CLI::Option *const reverse = app.add_flag("-r,--reverse", options_.reverse, "The newest record first");
+    CLI::Option *const follow = app.add_flag("-f,--follow", options_.follow,
+                                             "Go on printing records as they are made, also in stacks that appear");
+    follow->excludes(reverse);
+    app.add_flag("--new", options_.only_new, "With -f: not those that are there already")->needs(follow);
+    app.add_flag("--poll", options_.polling, "With -f: look every 0.4 s instead of waiting for the kernel")
+        ->needs(follow);
     add_filters(app, options_.filters);
     add_common(app, out.common);
   }

@@ -11,7 +11,7 @@ namespace vosk {
 
 namespace {
 
-constexpr std::int64_t kAround = 5 * 60 * std::int64_t{1000000};
+constexpr std::int64_t kAround = 300000000;  // five minutes
 
 moment parse_or_throw(const std::string &text, const char *option, zone where, moment now) {
   const auto at = parse_moment(text, where, now);

@@ -35,7 +35,9 @@ struct report_options {
   std::string format = "short";
   record_filters filters;
   std::optional<std::size_t> last;
-  bool reverse = false;
+  bool reverse = false, follow = false;
+  bool only_new = false;  // follow: leave out what is there already
+  bool polling = false;   // follow: look again and again, as where the kernel tells no changes
 };
 
 struct verify_options {

@@ -1,0 +1,201 @@
+// vosk report -f: every record that is made, once.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <functional>
+#include <map>
+
+#include "qx_vosk.h"
+#include "support/files.h"
+#include "support/sandbox.h"
+#include "tools/tool.h"
+
+namespace {
+
+// A tool that follows in the background, writing to a file.
+class following {
+ public:
+  explicit following(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"vosk", "report", "-f", "--json"});
+    std::vector<char *> argv;
+    for (std::string &a : arguments) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    child_ = fork();
+    if (child_ == 0) {
+      (void)dup2(open(out().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+      execv(QX_BINARY_DIR "/bin/vosk", argv.data());
+      _exit(127);
+    }
+  }
+  ~following() { stop(); }
+  void stop() {
+    if (child_ <= 0) return;
+    (void)kill(child_, SIGTERM);
+    (void)waitpid(child_, nullptr, 0);
+    child_ = -1;
+  }
+
+  // How often each identifier was printed, once there are `wanted` or the time is over.
+  std::map<std::string, int> identifiers(std::size_t wanted, int seconds = 10) const {
+    std::map<std::string, int> printed;
+    for (int i = 0; i < seconds * 20; ++i) {
+      printed.clear();
+      std::string text = files::read(out()).value_or("");
+      text.erase(text.rfind('\n') + 1);
+      for (const auto &line : tool::json_lines(text))
+        if (line["type"] == "record") ++printed[line["identifier"]];
+      if (printed.size() >= wanted) break;
+      usleep(50000);
+    }
+    return printed;
+  }
+
+  // Waits until a first line has come, so that the tool watches.
+  void wait_for_output() const {
+    for (int i = 0; i < 200 && files::read(out()).value_or("").empty(); ++i) usleep(20000);
+  }
+
+ private:
+  std::string out() const { return dir_ / "out"; }
+
+  files::TemporaryDirectory dir_;
+  pid_t child_;
+};
+
+void use_stack(const std::string &name) {
+  setenv("VOSKSTACK", (std::string(sandbox::kStacks) + "/" + name).c_str(), 1);
+  for (const char *variable : {"VOSKORIG", "VOSKPID"}) setenv(variable, std::to_string(getpid()).c_str(), 1);
+  setenv("VOSKADDR", builder::kAddress, 1);
+  setenv("VOSKPNAME", "service", 1);
+}
+
+std::string push(const std::string &detail) {
+  vk_eid_t eid = "";
+  EXPECT_EQ(vk_push_stack_1(&eid, nullptr, "r", "p", "s.c", "1", 1, 0, detail.c_str(), nullptr, "c", 1, 1, "text"), 0);
+  return eid;
+}
+
+// Runs `body` in a child, which writes the identifiers that it got to `path`.
+pid_t in_child(const std::string &path, const std::function<std::string()> &body) {
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool written = files::write(path, body());
+    _exit(written && !testing::Test::HasFailure() ? 0 : 1);
+  }
+  return child;
+}
+
+void expect_each_once(const std::map<std::string, int> &printed, const std::vector<std::string> &pushed) {
+  EXPECT_EQ(printed.size(), pushed.size());
+  for (const std::string &eid : pushed) {
+    const auto found = printed.find(eid);
+    EXPECT_TRUE(found != printed.end() && found->second == 1) << eid;
+    if (testing::Test::HasFailure()) break;
+  }
+}
+
+}  // namespace
+
+TEST(Follow, MissesNoneOfFiveThousandRecordsOfEightProcesses) {
+  following tool({sandbox::kStacks});
+  files::TemporaryDirectory dir;
+  std::vector<pid_t> children;
+  for (int p = 0; p < 8; ++p) {
+    children.push_back(in_child(dir / std::to_string(p), [&] {
+      std::string pushed;
+      for (int i = 0; i < 625; ++i) {
+        if (i % 25 == 0) use_stack("service." + std::to_string(p) + "." + std::to_string(i));
+        pushed += push("record " + std::to_string(i)) + "\n";
+      }
+      return pushed;
+    }));
+  }
+  std::vector<std::string> pushed;
+  for (int p = 0; p < 8; ++p) {
+    int status = -1;
+    ASSERT_EQ(waitpid(children[static_cast<std::size_t>(p)], &status, 0), children[static_cast<std::size_t>(p)]);
+    ASSERT_EQ(status, 0);
+    const std::string text = *files::read(dir / std::to_string(p));
+    for (std::size_t at = 0; at < text.size(); at += 43) pushed.push_back(text.substr(at, 42));
+  }
+  ASSERT_EQ(pushed.size(), 5000u);
+  expect_each_once(tool.identifiers(5000), pushed);
+}
+
+TEST(Follow, GoesOnThroughAWrap) {
+  for (const bool polling : {false, true}) {
+    SCOPED_TRACE(polling ? "polling" : "notified");
+    ASSERT_EQ(sandbox::fresh(), "");
+    use_stack("service.1.20231114.221320");
+    setenv("VOSKRECLAIM", "whole", 1);
+    std::vector<std::string> pushed{push("the first")};
+    following tool(polling ? std::vector<std::string>{"--poll", getenv("VOSKSTACK")}
+                           : std::vector<std::string>{getenv("VOSKSTACK")});
+    tool.wait_for_output();
+    // Some 40 records fit; polled, each lives for more than a second.
+    for (int i = 0; i < 100; ++i) {
+      pushed.push_back(push(std::string(230, 'x')));
+      usleep(polling ? 35000 : 3000);
+    }
+    expect_each_once(tool.identifiers(pushed.size()), pushed);
+    unsetenv("VOSKRECLAIM");
+  }
+}
+
+TEST(Follow, LeavesOutWhatIsThereAlreadyIfOnlyNewRecordsAreWanted) {
+  use_stack("service.1.20231114.221320");
+  (void)push("before");
+  following tool({"--new", sandbox::kStacks});
+  tool.wait_for_output();
+  const std::string eid = push("after");
+  expect_each_once(tool.identifiers(1), {eid});
+}
+
+TEST(Follow, AppliesTheFilters) {
+  following tool({"--grep", "wanted", sandbox::kStacks});
+  use_stack("service.1.20231114.221320");
+  (void)push("other");
+  const std::string eid = push("wanted");
+  expect_each_once(tool.identifiers(1), {eid});
+}
+
+TEST(Follow, WaitsForADirectoryThatDoesNotExistYet) {
+  const std::string later = "/var/adm/vosk/later";
+  following tool({later});
+  usleep(300000);
+  ASSERT_EQ(mkdir(later.c_str(), 0755), 0);
+  use_stack("../later/service.1.20231114.221320");
+  const std::string eid = push("text");
+  expect_each_once(tool.identifiers(1), {eid});
+}
+
+TEST(Follow, EndsQuietlyWhenNobodyReadsAnyMore) {
+  use_stack("service.1.20231114.221320");
+  (void)push("text");
+  int out[2];
+  ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    (void)dup2(out[1], 1);
+    execl(QX_BINARY_DIR "/bin/vosk", "vosk", "report", "-f", nullptr);
+    _exit(127);
+  }
+  (void)close(out[1]);
+  char byte = 0;
+  ASSERT_EQ(read(out[0], &byte, 1), 1);
+  (void)close(out[0]);
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(Follow, IsRefusedTogetherWithTheReverseOrder) {
+  EXPECT_EQ(tool::run({"vosk", "report", "-f", "-r"}).status, 2);
+  EXPECT_EQ(tool::run({"vosk", "report", "--new"}).status, 2);
+}
