@@ -189,10 +189,11 @@ int vk_init_1(int option_code);
  * name stands for the command name that the kernel reports. With `mode` 1 the variables are printed on standard output,
  * one NAME=value a line, and nothing is changed; any other mode puts them into the process's environment, where child
  * processes inherit them. Nothing touches the stack file, which the first recording creates.
- *   VK_STACK_CREAT    sets VOSKSTACK, VOSKORIG, VOSKPID, VOSKADDR and VOSKPNAME; where VOSKSTACK is set already,
- * inherits VK_STACK_INHERIT  takes over an ancestor's environment: sets VOSKPID and VOSKPNAME VK_LOG            sets
- * VOSKADDR and VOSKPNAME, for the System Log only While VOSKSDISABLE is present (even empty), the first two do what
- * VK_LOG does and give 42. Codes of 4 and more are refused with 12. Negative codes are taken by their two low bits.
+ *   VK_STACK_CREAT    sets VOSKSTACK, VOSKORIG, VOSKPID, VOSKADDR and VOSKPNAME; inherits where VOSKSTACK is set
+ *   VK_STACK_INHERIT  takes over an ancestor's environment: sets VOSKPID and VOSKPNAME
+ *   VK_LOG            sets VOSKADDR and VOSKPNAME, for the System Log only
+ * While VOSKSDISABLE is present (even empty), the first two do what VK_LOG does and give 42.
+ * Codes of 4 and more are refused with 12. Negative codes are taken by their two low bits.
  * Returns 0; 1 VK_INHERIT_SUCCESS; 12 unknown option; 13 both options; 14 the process owns an environment already;
  * 15 nothing to inherit; 16 no process information or node address, or the environment cannot be changed; 17 variables
  * that contradict each other; 18 no memory; 19 the stack directory cannot be accessed; 21 the stack file exists
@@ -218,18 +219,35 @@ int vk_test_stack_main_1(int pid);
 /*
  * vk_push_stack_1 records an incident into the calling process's VOSK Error Stack.
  *   fid              out: the identifier, 43 bytes; written when the record is made, zeroed where no identifier could
- * be made, untouched on errors; may be null (27) assoc_fid        identifier of an earlier incident that this one
- * follows from, or null or empty; a buffer of 43 bytes (vk_eid_t): all 43 are copied resource_name    the reporting
- * resource; not stored product_name, source_file, source_version, line where the failure was detected; missing ones are
- * replaced ("qrn_product", "unknown_file", "no_version_num", 0) reserved         never read; pass 0 detail_data free
- * text, or null detail_file      path of a file to copy into /var/adm/vosk/dumps and cite, or null; ignored (26) beside
- * detail_data catalogue_name, message_set, message_number, default_message, ... the description: a catalogue message,
- * and the printf format (plain or positional) with its arguments that stands in where the catalogue is missing A record
- * holds at most 1024 bytes; a longer one is cut (44), string arguments to 64 bytes each. Returns 0; an attention 26 to
- * 32, 35, 37 or 44 (the last one that applied; the record was made); 15 or 17 from the environment test; 17 VOSKPID is
- * another process; 19, 20, 22, 24, 25, 40, 41, 99 the stack file could not be created, opened, locked, read or written:
- * nothing was recorded. Creates the stack file when it does not exist. May wait for other processes' recordings, and up
- * to half a second for a stack file that another process is just creating.
+ *                    be made, untouched on errors; may be null (27)
+ *   assoc_fid        identifier of an earlier incident that this one follows from, or null or empty; a buffer of 43
+ *                    bytes (vk_eid_t): all 43 are copied
+ *   resource_name    the reporting resource; not stored
+ *   product_name, source_file, source_version, line
+ *                    where the failure was detected; missing ones are replaced ("qrn_product", "unknown_file",
+ *                    "no_version_num", 0)
+ *   reserved         never read; pass 0
+ *   detail_data      free text, or null
+ *   detail_file      path of a file to copy into /var/adm/vosk/dumps and cite, or null; ignored (26) beside detail_data
+ *   catalogue_name, message_set, message_number, default_message, ...
+ *                    the description: a catalogue message, and the printf format (plain or positional) with its
+ *                    arguments that stands in where the catalogue is missing
+ * A record holds at most 1024 bytes; a longer one is cut (44), string arguments to 64 bytes each.
+ * Returns 0; an attention 26 to 32, 35, 37 or 44 (the last one that applied; the record was made); 15 or 17 from the
+ * environment test; 17 VOSKPID is another process; 19, 20, 22, 24, 25, 40, 41, 99 the stack file could not be created,
+ * opened, locked, read or written: nothing was recorded.
+ * Creates the stack file when it does not exist. May wait for other processes' recordings, and up to half a second for
+ * a stack file that another process is just creating.
+ *
+ * VOSKRECLAIM. Once the file is full, the oldest records give way. By the standard rule less is cleared than a record
+ * occupies: what is left is soon taken for a length, and most files refuse every recording (24) a few records after the
+ * first wrap. Where the environment variable VOSKRECLAIM is exactly "whole", whole records give way instead, no more
+ * than needed: a sound file refuses nothing, holds as many of the newest records as fit, and the recording position
+ * never passes the file size. A file that the standard rule has stopped goes on under it and keeps every record that is
+ * still whole; one whose header is corrupt is refused as before, and so is a recording position more than 4 bytes
+ * behind the file size. The variable is read at each recording and inherited by child processes; any other value, or
+ * none, is the standard rule. The layout of the file is the same, and processes under both rules may share one. Files
+ * of a foreign version keep the standard rule.
  */
 int vk_push_stack_1(vk_eid_t *fid, const char *assoc_fid, const char *resource_name, const char *product_name,
                     const char *source_file, const char *source_version, int line, uint64_t reserved,
@@ -335,8 +353,7 @@ int32_t vk_mk_syslog_msg_1(const vk_syslog_tmpl_t *tmpl, const void *detail_data
 
 /*
  * vk_make_file_info_msg writes "product,file,version,line" to the 46 bytes of `field`: filled with blanks, or cut with
- * a
- * '>' as the last character; no zero byte. The file is the last component of `source_file`. `flags` has VK_FLAG_COUNT
+ * a '>' as the last character; no zero byte. The file is the last component of `source_file`. `flags` has VK_FLAG_COUNT
  * entries; those of the file name, version, product and line say what is missing and replaced. Returns 46.
  */
 int vk_make_file_info_msg(int trace_on, const char *trace_path, char *field, const char *product,

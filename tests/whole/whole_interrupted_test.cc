@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <set>
+#include <tuple>
 
 #include "whole/whole_test.h"
 
@@ -80,6 +82,7 @@ class WholeInterrupted : public WholeTest {
   }
 
   std::vector<State> states_;
+  std::set<std::tuple<std::string, std::size_t, std::string>> checked_;
 };
 
 const std::vector<State> &WholeInterrupted::states() {
@@ -135,6 +138,8 @@ const std::vector<State> &WholeInterrupted::states() {
 
 void WholeInterrupted::check_what_is_left(const State &state) {
   const std::string left = file();
+  // Most calls change nothing.
+  if (!checked_.insert({state.file, state.incident.size(), left}).second) return;
   const Header before = header_of(state.file), after = header_of(left);
   if (after.bytes() != before.bytes()) {
     EXPECT_EQ(header_problem(left), "");
