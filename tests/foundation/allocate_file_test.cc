@@ -221,15 +221,20 @@ TEST_F(AllocateFile, LeavesNoFileBehindWhenItCannotFinish) {
 }
 
 TEST_F(AllocateFile, TracesBeforeItRemovesTheFile) {
-  for (const char *call : {"lockf", "fchmod", "write"}) {
-    SCOPED_TRACE(call);
+  struct Row {
+    const char *call;
+    int nth;
+  };
+  // An empty name: the reservation itself breaks the rule.
+  for (const Row &row : {Row{"lockf", 1}, Row{"fchmod", 1}, Row{"write", 1}, Row{"statfs", 2}, Row{"", 0}}) {
+    SCOPED_TRACE(row.call);
     Calls calls;
-    calls.statfs_figures({kPlenty});
-    calls.fail_nth(call, 1, EIO);
+    calls.statfs_figures({kPlenty, kFull});
+    if (row.nth != 0) calls.fail_nth(row.call, row.nth, EIO);
     std::size_t traced_before = 0;
     const std::size_t before = trace_.entries().size();
     calls.before(
-        "close", 1, [&](const platform::Call &) { traced_before = trace_.entries().size(); }, path_);
+        "lockf", 2, [&](const platform::Call &) { traced_before = trace_.entries().size(); }, path_);
     EXPECT_LT(allocate(calls, 16384, 8192), 0);
     EXPECT_EQ(traced_before, before + 2);
   }

@@ -190,6 +190,20 @@ TEST(FileTests, TraceWhenTracingIsExactlyOne) {
   EXPECT_EQ(calls.during([&] { return vk_test_for_file(1, nullptr, "/x/y"); }), -1) << "no trace file, no harm";
 }
 
+// A trace that itself fails does not change the error that a caller finds.
+TEST(FileTests, LeaveTheErrorOfTheQueryWhateverTheTraceDoes) {
+  files::TemporaryDirectory directory;
+  const TraceFile trace(directory / "trace");
+  for (const std::string &path : {directory / "trace", directory / "missing", std::string("/dev/null")}) {
+    Calls calls;
+    calls.fail_nth("stat", 1, EIO);
+    errno = 0;
+    EXPECT_EQ(calls.during([&] { return vk_test_for_file(1, path.c_str(), "/x/y"); }), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(calls.count("gettimeofday"), 1);
+  }
+}
+
 TEST(FileTests, AnswerAPathOf4096BytesAsTheKernelWouldWithoutAskingIt) {
   files::TemporaryDirectory directory;
   const TraceFile trace(directory / "trace");
