@@ -1,0 +1,298 @@
+// Installs the built tree below a folder of its own, as a prefix and staged for /usr, and uses it as others would.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "dev/run_shell.h"
+#include "support/files.h"
+#include "support/sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using vk::test::all_groups;
+using vk::test::first_group;
+using vk::test::run_shell;
+using vk::test::shell_result;
+
+// What the consumers do: record, and show the identifier.
+constexpr char kPlain[] = R"(
+#include <qx_vosk.h>
+#include <stdio.h>
+#include <string.h>
+int main(void) {
+  vk_eid_t eid = "";
+  vk_init_1(VK_STACK_CREAT);
+  vk_push_stack_1(&eid, NULL, "r", "p", __FILE__, "1", __LINE__, 0, "why", NULL, "c.cat", 1, 1, "it failed: %d", 7);
+  puts(eid);
+  return strlen(eid) == VK_EID_SIZE - 1 ? 0 : 1;
+}
+)";
+constexpr char kMacros[] = R"(
+#define VK_PRODUCT "p"
+#define VK_SOURCE_VERSION "1"
+#define VK_RESOURCE "r"
+#define VK_CHECK_FORMAT
+#include <qx_vosk_macros.h>
+#include <stdio.h>
+#include <string.h>
+int main(void) {
+  vk_eid_t eid = "";
+  vk_init_1(VK_STACK_CREAT);
+  VK_PUSH(&eid, NULL, "why", "it failed: %d", 7);
+  puts(eid);
+  return strlen(eid) == VK_EID_SIZE - 1 ? 0 : 1;
+}
+)";
+constexpr char kCxx[] = R"(
+#include <qx_vosk.hpp>
+#include <iostream>
+int main() {
+  qx::vosk::establish();
+  const auto made = qx::vosk::push({.message = "it failed", .details = "why", .product = "p"});
+  std::cout << made.id << '\n';
+  return made.recorded() && made.id.decode() ? 0 : 1;
+}
+)";
+constexpr char kLoading[] = R"(
+#include <dlfcn.h>
+#include <stdio.h>
+int main(int argc, char **argv) {
+  void *library = argc == 2 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : NULL;
+  unsigned long (*decode)(const char *) = NULL;
+  if (library == NULL) return puts(dlerror()), 1;
+  *(void **)&decode = dlsym(library, "vk_a64l");
+  return decode != NULL && decode("1") == 3 && dlclose(library) == 0 ? 0 : 2;
+}
+)";
+// A program that sets no locale, and prints what the library reports of an option that is not known. With an argument
+// it sets the locale and asks for the catalogue itself.
+constexpr char kMessage[] = R"(
+#include <locale.h>
+#include <nl_types.h>
+#include <qx_cu.h>
+#include <qx_vosk.h>
+#include <stdio.h>
+int main(int argc, char **argv) {
+  cu_error_t error;
+  (void)argv;
+  if (argc > 1) {
+    setlocale(LC_ALL, "");
+    return catopen("vosk.cat", NL_CAT_LOCALE) != (nl_catd)-1 ? 0 : 1;
+  }
+  vk_init_1(77);
+  cu_get_error_1(&error);
+  puts(error.text);
+  return 0;
+}
+)";
+constexpr char kEnglish[] = "The parameter passed to the library", kGerman[] = "Bibliotheksroutine";
+
+class Install : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    folder_ = new files::TemporaryDirectory;
+    prefix_ = *folder_ / "prefix";
+    printed_ = install("--prefix " + prefix_, "");
+    install("--prefix /usr", stage());
+    for (const auto &[name, text] : std::map<std::string, std::string>{{"plain.c", kPlain},
+                                                                       {"macros.c", kMacros},
+                                                                       {"plain.cc", kPlain},
+                                                                       {"macros.cc", kMacros},
+                                                                       {"cxx.cc", kCxx},
+                                                                       {"loading.c", kLoading},
+                                                                       {"message.c", kMessage}})
+      ASSERT_TRUE(files::write(*folder_ / name, text));
+  }
+  static void TearDownTestSuite() {
+    delete folder_;
+    folder_ = nullptr;
+  }
+
+  static std::string stage() { return *folder_ / "stage"; }
+  static std::string libdir() { return prefix_ + "/" QX_LIBDIR; }
+  static std::string install(const std::string &options, const std::string &destdir) {
+    const auto result = run_shell("/", "env " + (destdir.empty() ? "-u DESTDIR" : "DESTDIR=" + destdir) +
+                                           " LC_ALL=C " QX_CMAKE " --install " QX_BINARY_DIR " " + options);
+    EXPECT_EQ(result.status, 0) << result.output;
+    return result.output;
+  }
+  static shell_result run(const std::string &command) {
+    return run_shell(folder_->path(), "unset LANG LC_ALL LC_MESSAGES LANGUAGE NLSPATH LD_LIBRARY_PATH; " + command);
+  }
+  static void succeeds(const std::string &command) {
+    const auto result = run(command);
+    EXPECT_EQ(result.status, 0) << command << "\n" << result.output;
+  }
+  static std::vector<std::string> dynamic(const std::string &file, const std::string &tag) {
+    const auto result = run("LC_ALL=C readelf -dW " + file);
+    EXPECT_EQ(result.status, 0) << result.output;
+    return all_groups(result.output, "\\(" + tag + "\\).*\\[(.*)\\]");
+  }
+  static std::string plain_flags() { return "-I" + prefix_ + "/include -L" + libdir() + " -lqx_vosk"; }
+  static std::string found_there() { return " -Wl,-rpath," + libdir() + " "; }
+
+  static files::TemporaryDirectory *folder_;
+  static std::string prefix_, printed_;
+};
+files::TemporaryDirectory *Install::folder_ = nullptr;
+std::string Install::prefix_, Install::printed_;
+
+TEST_F(Install, PutsEverythingWhereItsUsersLook) {
+  for (const char *name :
+       {"include/qx_vosk.h", "include/qx_vosk_macros.h", "include/qx_vosk.hpp", "include/qx_cu.h",
+        QX_LIBDIR "/libqx_vosk.so", QX_LIBDIR "/libqx_vosk.so.1", QX_LIBDIR "/libqx_cu.so.1",
+        QX_LIBDIR "/pkgconfig/qx_vosk.pc", QX_LIBDIR "/pkgconfig/qx_cu.pc",
+        QX_LIBDIR "/cmake/qx_vosk/qx_voskConfig.cmake", "bin/vosk", "bin/vkstkrpt", "lib/tmpfiles.d/qx_vosk.conf",
+        "share/locale/C/LC_MESSAGES/vosk.cat", "share/locale/de/LC_MESSAGES/vosk.cat", "share/man/man3/vk_init_1.3",
+        "share/man/man7/libqx_vosk.7", "share/doc/qx_vosk/examples/record_to_stack.c"})
+    EXPECT_TRUE(fs::exists(prefix_ + "/" + name)) << name;
+}
+
+TEST_F(Install, ServesEveryLanguageAndEveryWayToFindIt) {
+  const std::string pkg_config = "$(PKG_CONFIG_PATH=" + libdir() + "/pkgconfig pkg-config --cflags --libs qx_vosk)";
+  const std::string both = "$(PKG_CONFIG_PATH=" + libdir() + "/pkgconfig pkg-config --cflags --libs qx_vosk qx_cu)";
+  const struct {
+    std::string compiler, source, flags;
+  } rows[] = {
+      {"cc -std=c11 -pedantic", "plain.c", plain_flags()},
+      {"cc -std=c11", "macros.c", pkg_config},
+      {"cc -std=c17 -pedantic", "plain.c", pkg_config},
+      {"cc -std=c17", "macros.c", plain_flags()},
+      {"c++ -std=c++17 -pedantic", "plain.cc", pkg_config},
+      {"c++ -std=c++17", "macros.cc", plain_flags()},
+      {"c++ -std=c++20 -pedantic", "plain.cc", plain_flags()},
+      {"c++ -std=c++20", "macros.cc", pkg_config},
+      {"c++ -std=c++20", "cxx.cc", both},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.compiler + " " + row.source + " " + row.flags);
+    succeeds(row.compiler + " -Wall -Wextra -Werror " + row.source + " -o consumer " + row.flags + found_there());
+    const auto made = run("./consumer");
+    EXPECT_EQ(made.status, 0) << made.output;
+    EXPECT_THAT(made.output, testing::MatchesRegex("[./0-9A-Za-z]{42}\n"));
+    succeeds(prefix_ + "/bin/vkstkrpt | grep -q 'it failed'");
+    sandbox::fresh({});
+  }
+}
+
+TEST_F(Install, ServesFindPackage) {
+  fs::create_directory(*folder_ / "package");
+  ASSERT_TRUE(files::write(*folder_ / "package/CMakeLists.txt",
+                           "cmake_minimum_required(VERSION 3.25)\nproject(consumer C CXX)\n"
+                           "set(CMAKE_CXX_STANDARD 20)\nfind_package(qx_vosk 1 REQUIRED)\n"
+                           "add_executable(c ../plain.c)\ntarget_link_libraries(c qx_vosk::qx_vosk)\n"
+                           "add_executable(cxx ../cxx.cc)\n"
+                           "target_link_libraries(cxx qx_vosk::qx_vosk qx_vosk::qx_cu)\n"));
+  succeeds(QX_CMAKE " -S package -B package/build -DCMAKE_PREFIX_PATH=" + prefix_ +
+           " && " QX_CMAKE " --build package/build");
+  succeeds("package/build/c && package/build/cxx");
+  const auto refused = run("sed -i 's/qx_vosk 1 /qx_vosk 2 /' package/CMakeLists.txt && " QX_CMAKE
+                           " -S package -B package/later -DCMAKE_PREFIX_PATH=" +
+                           prefix_);
+  EXPECT_NE(refused.status, 0) << "another major version";
+  EXPECT_THAT(refused.output, HasSubstr("qx_vosk"));
+}
+
+TEST_F(Install, CanBeLoadedAtRunTime) {
+  succeeds("cc -std=gnu11 loading.c -o loading -ldl && ./loading " + libdir() + "/libqx_vosk.so.1");
+}
+
+TEST_F(Install, CanBeMoved) {
+  fs::copy(prefix_, *folder_ / "moved", fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  const std::string moved = *folder_ / "moved/" QX_LIBDIR;
+  const auto flags = run("PKG_CONFIG_PATH=" + moved + "/pkgconfig pkg-config --cflags --libs qx_vosk");
+  EXPECT_THAT(flags.output, Not(HasSubstr(prefix_)));
+  succeeds("cc plain.c -o moved_consumer $(PKG_CONFIG_PATH=" + moved +
+           "/pkgconfig pkg-config --cflags --libs qx_vosk) && LD_LIBRARY_PATH=" + moved + " ./moved_consumer");
+}
+
+TEST_F(Install, LeavesConsumersWithTheLibraryAndTheCLibraryOnly) {
+  succeeds("cc plain.c -o needing " + plain_flags());
+  EXPECT_THAT(dynamic("needing", "NEEDED"), ElementsAre("libqx_vosk.so.1", "libc.so.6"));
+  EXPECT_THAT(dynamic(libdir() + "/libqx_vosk.so.1", "NEEDED"), ElementsAre("libqx_cu.so.1", "libc.so.6"));
+  // What is kept for each thread is found through the loader.
+  EXPECT_THAT(dynamic(libdir() + "/libqx_cu.so.1", "NEEDED"),
+              testing::Each(testing::AnyOf("libc.so.6", testing::StartsWith("ld-linux"))));
+}
+
+TEST_F(Install, FindsItsOwnLibraryBesideItExceptWhereTheSystemLooks) {
+  const struct {
+    const char *prefix;
+    bool beside;
+  } rows[] = {{"/usr", false}, {"/usr/local", false}, {"/usr/", false}, {"/opt/vosk", true}, {"/usr/localized", true}};
+  int number = 0;
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.prefix);
+    const std::string staged = *folder_ / ("rpath" + std::to_string(number++));
+    install(std::string("--prefix ") + row.prefix, staged);
+    const std::string library = staged + row.prefix + "/" QX_LIBDIR "/libqx_vosk.so.1";
+    if (row.beside)
+      EXPECT_THAT(dynamic(library, "RUNPATH"), ElementsAre("$ORIGIN"));
+    else
+      EXPECT_THAT(dynamic(library, "RUNPATH"), IsEmpty());
+    EXPECT_THAT(dynamic(library, "RPATH"), IsEmpty());
+    EXPECT_THAT(dynamic(staged + row.prefix + "/bin/vosk", "RUNPATH"), IsEmpty());
+  }
+}
+
+TEST_F(Install, OfASystemPrefixHasItsCataloguesWhereCatopenLooks) {
+  succeeds("cc message.c -o message " + plain_flags() + " -lqx_cu" + found_there());
+  // A mount of this test's own namespace.
+  ASSERT_EQ(run("mount --bind " + stage() + "/usr/share/locale /usr/share/locale").status, 0);
+  EXPECT_EQ(run("LC_ALL=C ./message ask").status, 0) << "the catalogue of the locale C";
+  EXPECT_EQ(run("LANG=de ./message ask").status, 0);
+  EXPECT_THAT(run("LANG=C ./message").output, HasSubstr(kEnglish));
+  // The program has set no locale, and there is a catalogue for C: the user's language wins all the same.
+  EXPECT_THAT(run("LANG=de ./message").output, HasSubstr(kGerman));
+  EXPECT_THAT(run("LANG=de_DE.UTF-8 ./message").output, HasSubstr(kGerman));
+  EXPECT_EQ(run("umount /usr/share/locale").status, 0);
+  if (!fs::exists("/usr/share/locale/de/LC_MESSAGES/vosk.cat")) {
+    EXPECT_THAT(run("LANG=de ./message").output, HasSubstr(kEnglish)) << "it came from elsewhere";
+  }
+}
+
+TEST_F(Install, OfAnotherPrefixPrintsTheVariableThatMakesItsCataloguesFound) {
+  const std::string path = first_group(printed_, "set: (NLSPATH=[^ ]*)$");
+  ASSERT_THAT(path, HasSubstr(prefix_)) << printed_;
+  succeeds("cc message.c -o message " + plain_flags() + " -lqx_cu" + found_there());
+  EXPECT_EQ(run(path + " LC_ALL=C ./message ask").status, 0);
+  EXPECT_THAT(run(path + " LANG=de ./message").output, HasSubstr(kGerman));
+  EXPECT_THAT(run(path + " LANG=de_DE.UTF-8 ./message").output, HasSubstr(kGerman));
+  EXPECT_THAT(run(path + " LANG=C ./message").output, HasSubstr(kEnglish));
+}
+
+TEST_F(Install, LeavesTheRunningSystemAloneUnlessItIsForIt) {
+  EXPECT_THAT(printed_, HasSubstr("Records need the directories /var/adm/vosk/stacks and /var/adm/vosk/dumps"));
+  EXPECT_EQ(files::read(prefix_ + "/lib/tmpfiles.d/qx_vosk.conf").value_or("").find("\nd /var/adm/vosk/stacks 1777") ==
+                std::string::npos,
+            false);
+}
+
+TEST_F(Install, HasHardenedTools) {
+  for (const char *tool : {"vosk", "vkstkrpt"}) {
+    SCOPED_TRACE(tool);
+    const std::string file = prefix_ + "/bin/" + tool;
+    EXPECT_THAT(run("LC_ALL=C readelf -hW " + file).output, HasSubstr("DYN (Position-Independent Executable"));
+    const std::string flags = run("LC_ALL=C readelf -dW " + file).output;
+    EXPECT_THAT(flags, testing::ContainsRegex("FLAGS_1\\).*NOW.*PIE"));
+    const std::string segments = run("LC_ALL=C readelf -lW " + file).output;
+    EXPECT_THAT(segments, HasSubstr("GNU_RELRO"));
+    EXPECT_THAT(segments, testing::ContainsRegex("GNU_STACK .* RW +0x"));
+    const std::string wanted = run("LC_ALL=C nm -D --undefined-only " + file).output;
+    EXPECT_THAT(wanted, HasSubstr("__stack_chk_fail"));
+    if (QX_FORTIFIED) {
+      EXPECT_THAT(all_groups(wanted, " (__[a-z]+_chk)@"), Not(IsEmpty())) << "_FORTIFY_SOURCE";
+    }
+  }
+}
+
+}  // namespace
