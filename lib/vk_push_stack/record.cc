@@ -20,7 +20,7 @@ class record_writer {
   explicit record_writer(unsigned char (&zeroed)[stack_file::kRecordMax]) noexcept : buffer_(zeroed) {}
 
   void put_fixed(const void *field, std::size_t size) noexcept {
-    if (cut_ || size > room()) return;
+    if (size > room()) return;  // as behind a text that was cut
     std::memcpy(buffer_ + position_, field, size);
     position_ += size;
   }
@@ -35,7 +35,7 @@ class record_writer {
     const std::size_t n = std::min(text.size(), room());
     if (n != 0) std::memcpy(buffer_ + position_, text.data(), n);
     cut_ = n < text.size();
-    position_ = std::min(position_ + n + (cut_ ? 0 : 1), stack_file::kRecordMax);
+    position_ = std::min(position_ + n + 1, stack_file::kRecordMax);
   }
 
   // Stores the length in the prefix.
