@@ -364,7 +364,7 @@ void pusher::hand_out_identifier() noexcept {
 }  // namespace
 
 int push(int pid, const incident &in, va_list args) noexcept {
-  const file_size_guard guard(is_set(in.detail_file) ? kAnyReach : kFixedFileReach);
+  const file_size_guard guard(kFixedFileReach);  // the copying of a detail file has its own
   const push_tracing tracing;
   trace_parameters(tracer(tracing.on, tracing.path, "vk_push_stack"), in);
   // The test decides on its own whether it traces, unless this push must not.

@@ -102,7 +102,7 @@ TEST_F(CreationRace, IsWaitedForHalfASecondAndThenTheFileIsWhatItLooksLike) {
     EXPECT_EQ(calls.during([&] { return push(incident()); }), 24);
     const auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(490));
-    EXPECT_LT(waited, std::chrono::seconds(10)) << "half a second, and a pause on a busy machine";
+    EXPECT_LT(waited, std::chrono::seconds(4)) << "half a second, and the pauses of a busy machine";
     EXPECT_GE(calls.count("nanosleep"), 2);
     EXPECT_THAT(cu_double::reports(),
                 ElementsAre("no error", "24: vosk.cat 1/41 (" + kPath + ", \"vk_get_stack_ctrl_info\")"));

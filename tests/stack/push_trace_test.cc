@@ -170,6 +170,7 @@ TEST_F(PushTrace, IntoTheStackFileItselfIsNotWrittenAndNotMade) {
   stack_test::Golden record = golden();
   record.identifier = identifier();
   EXPECT_EQ(files::difference(stack_with(record.bytes()), stack()), "");
+  EXPECT_EQ(calls.count("fstatat"), 0) << "equal texts are the same file";
 
   vk_eid_t second;
   Incident in = incident();
@@ -244,6 +245,19 @@ TEST_F(PushTrace, IsNotWhatALinkForAStackLeadsTo) {
   set("VOSKDEBUG", directory / "trace");
   EXPECT_EQ(push(incident()), VK_STACK_ACCESS);
   EXPECT_THAT(files::list(directory.path()), IsEmpty());
+}
+
+TEST_F(PushTrace, OnAnotherDeviceIsAnotherFileOfTheSameNumber) {
+  put_stack(empty_stack());
+  for (const std::uint64_t device : {1u, 2u}) {
+    trace();
+    platform::Calls calls;
+    prepare(calls);
+    calls.fake_stat("fstatat", kStack, {.inode = 77, .device = 1});
+    calls.fake_stat("fstatat", trace_file_.path(), {.inode = 77, .device = device});
+    EXPECT_EQ(calls.during([&] { return push(incident()); }), 0);
+    EXPECT_EQ(own_entries(trace_file_.take()).size(), device == 1 ? 0u : 3u);
+  }
 }
 
 TEST_F(PushTrace, BesideTheStackFileIsAnOrdinaryOne) {

@@ -313,6 +313,8 @@ int cu_set_error_args_1(const char *default_message, va_list args, cu_arg_t **ou
   if (state().failing_arguments) {
     report.result = state().failing_arguments->first;
     *count = state().failing_arguments->second;
+    // What a failure leaves behind `out` is nothing to use, nor to release.
+    if (report.result != 0) *out = reinterpret_cast<cu_arg_t *>(sizeof(cu_arg_t));
   } else if (state().given_arguments) {
     collected = *state().given_arguments;
   } else if (!understood) {

@@ -59,7 +59,7 @@ TEST_F(CuDouble, FailsToCollectWithACount) {
   int count = 0;
   EXPECT_EQ(collect(&arguments, &count, "%s", "text"), -1);
   EXPECT_EQ(count, 7);
-  EXPECT_EQ(arguments, nullptr);
+  EXPECT_NE(arguments, nullptr) << "what must not be used, in case somebody does";
 }
 
 TEST_F(CuDouble, HandsOutAMadeUpArray) {
