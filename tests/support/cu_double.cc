@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <type_traits>
 
 namespace cu_double {
 
@@ -309,6 +310,10 @@ int cu_set_error_args_1(const char *default_message, va_list args, cu_arg_t **ou
   va_list copy;
   va_copy(copy, args);
   bool understood = default_message == nullptr || cu_double::collect(default_message, &copy, collected);
+  // The caller's list is used up, where a callee can do that.
+  [](auto list, auto &used) {
+    if constexpr (std::is_pointer_v<decltype(list)>) *list = *used;
+  }(args, copy);
   va_end(copy);
   if (state().failing_arguments) {
     report.result = state().failing_arguments->first;
