@@ -14,5 +14,6 @@ int main() {
   const int trace = vk_is_debug_file_set(path);
   const int push = vk_push_stack_1(&fid, nullptr, "r", "p", "f", "1", 1, 0, "detail", nullptr, "c", 1, 1, "message");
   std::printf("secure %lu trace %d push %d\n", getauxval(AT_SECURE), trace, push);
-  return 0;
+  std::fflush(stdout);
+  _exit(0);  // a leak checker could not look into a process with raised privileges, and would say so
 }
