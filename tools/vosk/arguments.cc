@@ -58,6 +58,14 @@ constexpr char kShowExamples[] =
     "  PROGRAM 75Oh2...2zIZ/.7S..XO.8....................\n"
     "  PROGRAM --dir COPIES IDENTIFIER    also in copies from other nodes\n"
     "Exit status: 0 shown, 1 failure, 2 usage, 3 the record is damaged, 4 there is no record to show";
+constexpr char kTraceHelp[] =
+    "Show the whole incident that an identifier belongs to: back to the first cause, and from there everything that "
+    "followed, over all stacks of this node and those below each --dir.";
+constexpr char kTraceExamples[] =
+    "Examples:\n"
+    "  PROGRAM IDENTIFIER\n"
+    "  PROGRAM --dir COPIES IDENTIFIER    across nodes\n"
+    "Exit status: 0 shown, 1 failure, 2 usage, 3 a record is damaged, 4 nothing has the identifier or refers to it";
 constexpr char kVerifyHelp[] =
     "Name what is damaged in stack files: file, offset, field, value and what is allowed. Of sound files nothing is "
     "said.";
@@ -192,6 +200,16 @@ class show_verb : public verb_of<show_options> {
   }
 };
 
+class trace_verb : public verb_of<trace_options> {
+ public:
+  trace_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kTraceExamples, program) {
+    app.add_option("ID", options_.identifier, "The identifier of any record of the incident")
+        ->required()
+        ->type_name("");
+    add_common(app, out.common);
+  }
+};
+
 class verify_verb : public verb_of<verify_options> {
  public:
   verify_verb(CLI::App &app, invocation &out, const std::string &program)
@@ -230,6 +248,7 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
     verbs.push_back(std::make_unique<list_verb>(*app.add_subcommand("list", kListHelp), out, "vosk list"));
     verbs.push_back(std::make_unique<report_verb>(*app.add_subcommand("report", kReportHelp), out, "vosk report"));
     verbs.push_back(std::make_unique<show_verb>(*app.add_subcommand("show", kShowHelp), out, "vosk show"));
+    verbs.push_back(std::make_unique<trace_verb>(*app.add_subcommand("trace", kTraceHelp), out, "vosk trace"));
     verbs.push_back(std::make_unique<verify_verb>(*app.add_subcommand("verify", kVerifyHelp), out, "vosk verify"));
   }
   try {

@@ -40,6 +40,10 @@ struct report_options {
   bool polling = false;   // follow: look again and again, as where the kernel tells no changes
 };
 
+struct trace_options {
+  std::string identifier;
+};
+
 struct verify_options {
   std::vector<std::string> names;
 };
@@ -66,8 +70,8 @@ struct show_options {
 struct invocation {
   std::string program = "vosk";
   common_options common;
-  std::variant<std::monostate, annotate_options, detail_options, list_options, report_options, verify_options,
-               show_options>
+  std::variant<std::monostate, annotate_options, detail_options, list_options, report_options, show_options,
+               trace_options, verify_options>
       verb;
 };
 

@@ -31,6 +31,9 @@ class output {
   // True if what is written ends on a terminal, through a pager or not.
   bool terminal() const noexcept { return terminal_; }
 
+  // True if characters beyond ASCII can be shown.
+  bool utf8() const noexcept { return utf8_; }
+
   // Nobody reads any more: whatever is written from here on is dropped.
   bool closed() const noexcept { return state_ == state::reader_gone; }
 

@@ -32,6 +32,7 @@ struct run_verb {
   int operator()(const list_options &options) const { return list(common, options); }
   int operator()(const report_options &options) const { return report(common, options); }
   int operator()(const show_options &options) const { return show(common, options); }
+  int operator()(const trace_options &options) const { return trace(common, options); }
   int operator()(const verify_options &options) const { return verify(common, options); }
 };
 

@@ -11,6 +11,7 @@ int detail(const common_options &common, const detail_options &options);
 int list(const common_options &common, const list_options &options);
 int report(const common_options &common, const report_options &options);
 int show(const common_options &common, const show_options &options);
+int trace(const common_options &common, const trace_options &options);
 int verify(const common_options &common, const verify_options &options);
 
 }  // namespace vosk

@@ -1,0 +1,125 @@
+#include "incident.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <set>
+
+#include "identifier.h"
+
+namespace vosk {
+
+namespace {
+
+// By identifier: its recordings, and the identifiers of those that refer to it.
+class references {
+ public:
+  explicit references(const std::vector<incident_entry> &entries) {
+    for (const incident_entry &entry : entries) {
+      entries_[entry.eid].push_back(&entry);
+      if (!entry.cause.empty() && entry.cause != entry.eid) followers_[entry.cause].insert(entry.eid);
+    }
+  }
+
+  std::vector<const incident_entry *> entries(const std::string &eid) const {
+    const auto found = entries_.find(eid);
+    return found == entries_.end() ? std::vector<const incident_entry *>() : found->second;
+  }
+
+  // Sorted by time.
+  std::vector<std::string> followers(const std::string &eid) const {
+    const auto found = followers_.find(eid);
+    if (found == followers_.end()) return {};
+    std::vector<std::string> sorted(found->second.begin(), found->second.end());
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const std::string &a, const std::string &b) { return made_at(a) < made_at(b); });
+    return sorted;
+  }
+
+  // Empty where there is none, or only the identifier itself.
+  std::string cause(const std::string &eid) const {
+    for (const incident_entry *entry : entries(eid))
+      if (!entry->cause.empty() && entry->cause != eid) return entry->cause;
+    return {};
+  }
+
+  bool known(const std::string &eid) const { return entries_.count(eid) != 0 || followers_.count(eid) != 0; }
+
+  // The first cause of an incident; of a loop, its earliest part.
+  std::string first_cause(std::string eid) const {
+    std::set<std::string> passed;
+    while (passed.insert(eid).second) {
+      const std::string before = cause(eid);
+      if (before.empty()) return eid;
+      eid = before;
+    }
+    std::string earliest = eid;
+    for (std::string at = cause(eid); at != eid; at = cause(at))
+      if (made_at(at) < made_at(earliest)) earliest = at;
+    return earliest;
+  }
+
+ private:
+  std::map<std::string, std::vector<const incident_entry *>> entries_;
+  std::map<std::string, std::set<std::string>> followers_;
+};
+
+bool same_bytes(const incident_entry &a, const incident_entry &b) {
+  return a.what->size == b.what->size && std::memcmp(a.file->contents.bytes.data() + a.what->offset,
+                                                     b.file->contents.bytes.data() + b.what->offset, a.what->size) == 0;
+}
+
+}  // namespace
+
+std::optional<moment> made_at(const std::string &eid) {
+  const auto id = decode_identifier(eid);
+  if (!id) return std::nullopt;
+  return moment{id->seconds, static_cast<std::int32_t>(id->microseconds.value_or(0))};
+}
+
+std::vector<incident_entry> entries_of(const std::vector<stack_file> &files) {
+  std::vector<incident_entry> entries;
+  std::multimap<std::string, std::size_t> known;
+  for (const stack_file &file : files) {
+    for (const record &r : file.contents.records) {
+      if (!r.id) continue;
+      incident_entry entry{std::string(identifier_text(r.eid)), std::string(identifier_text(r.associated)), &file, &r};
+      const auto [first, last] = known.equal_range(entry.eid);
+      const bool copied = std::any_of(first, last, [&](const auto &k) { return same_bytes(entries[k.second], entry); });
+      if (copied) continue;
+      known.emplace(entry.eid, entries.size());
+      entries.push_back(std::move(entry));
+    }
+  }
+  return entries;
+}
+
+std::vector<incident_node> trace_incident(const std::vector<incident_entry> &entries, const std::string &eid) {
+  const references refer(entries);
+  std::vector<incident_node> tree;
+  if (!refer.known(eid)) return tree;
+  struct open_node {
+    std::string eid;
+    std::size_t depth;
+    bool last;
+  };
+  std::vector<open_node> open{{refer.first_cause(eid), 0, true}};  // the next one is at the end
+  std::set<std::string> shown;
+  while (!open.empty()) {
+    const open_node next = open.back();
+    open.pop_back();
+    incident_node node{next.eid, refer.entries(next.eid), next.depth, next.last};
+    node.repeated = !shown.insert(next.eid).second;
+    node.refers_to_itself = std::any_of(node.entries.begin(), node.entries.end(),
+                                        [](const incident_entry *entry) { return entry->cause == entry->eid; });
+    if (!node.repeated) {
+      const std::vector<std::string> followers = refer.followers(next.eid);
+      for (auto at = followers.rbegin(); at != followers.rend(); ++at)
+        open.push_back({*at, next.depth + 1, at == followers.rbegin()});
+    }
+    tree.push_back(std::move(node));
+  }
+  return tree;
+}
+
+}  // namespace vosk
