@@ -1,0 +1,111 @@
+// The tools' manual pages and completion against what the tools themselves say.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+
+#include "support/files.h"
+#include "tools/tool.h"
+
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+
+namespace {
+
+const std::string kSource = QX_SOURCE_DIR;
+const std::vector<std::string> kVerbs = {"annotate", "detail", "list", "report", "show", "trace", "verify"};
+
+// What a shell command prints, and its exit status.
+tool::result shell(const std::string &command) {
+  tool::result r;
+  FILE *const pipe = popen(("{ " + command + "; } 2>&1").c_str(), "r");
+  if (pipe == nullptr) return r;
+  char buffer[4096];
+  for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) r.out.append(buffer, n);
+  const int status = pclose(pipe);
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return r;
+}
+
+std::set<std::string> all_matches(const std::string &text, const std::string &pattern) {
+  const std::regex regex(pattern);
+  std::set<std::string> found;
+  for (std::sregex_iterator at(text.begin(), text.end(), regex), end; at != end; ++at) found.insert((*at)[1]);
+  return found;
+}
+
+// The long options in a verb's own summary.
+std::set<std::string> options_of(const std::string &verb) {
+  return all_matches(tool::run({"vosk", verb, "--help"}).out, "\n  [^ ]*(--[a-z][a-z-]*)");
+}
+
+std::string manual(const std::string &page) {
+  std::string text = shell("mandoc -Tascii " + kSource + "/man/" + page).out;
+  // Bold and underlined characters are struck over others.
+  for (std::size_t at; (at = text.find('\b')) != std::string::npos;) text.erase(at - 1, 2);
+  return text;
+}
+
+}  // namespace
+
+TEST(ToolPages, AreQuietUnderTheLinter) {
+  if (shell("command -v mandoc").status != 0) CANNOT_RUN_HERE("mandoc is missing");
+  for (const char *page : {"vosk.1", "vkstkrpt.1", "vosk-stack.5", "vosk-trace.5", "vosk-identifier.5"}) {
+    const tool::result lint = shell("mandoc -Tlint -Wwarning " + kSource + "/man/" + page);
+    EXPECT_EQ(lint.status, 0) << lint.out;
+  }
+}
+
+TEST(ToolPages, ReferToPagesThatExist) {
+  for (const char *page : {"vosk.1", "vkstkrpt.1", "vosk-stack.5", "vosk-trace.5", "vosk-identifier.5"}) {
+    const std::string text = *files::read(kSource + "/man/" + page);
+    for (const std::string &other : all_matches(text, "\n\\.Xr ((vk|vosk|libqx)[^ ]* [0-9])"))
+      EXPECT_TRUE(files::exists(kSource + "/man/" + other.substr(0, other.size() - 2) + "." + other.back()))
+          << page << ": " << other;
+  }
+}
+
+TEST(ToolPages, TellOfEveryVerbOptionVerdictAndJsonType) {
+  if (shell("command -v mandoc").status != 0) CANNOT_RUN_HERE("mandoc is missing");
+  const std::string text = manual("vosk.1");
+  for (const std::string &verb : kVerbs) {
+    EXPECT_THAT(text, HasSubstr("vosk " + verb + "\n")) << "a section of its own";
+    for (const std::string &option : options_of(verb)) EXPECT_THAT(text, HasSubstr(option)) << verb;
+  }
+  for (const char *source :
+       {"coverage", "report", "reporter", "verify", "list", "lookup", "show", "detail_output", "trace", "annotate"}) {
+    const std::string code = *files::read(kSource + "/tools/vosk/" + source + ".cc");
+    for (const std::string &type : all_matches(code, "json_line line\\(\"([a-z_]+)\"\\)"))
+      EXPECT_THAT(text, HasSubstr(type)) << source;
+  }
+  for (const std::string &name :
+       all_matches(*files::read(kSource + "/tools/reader/verdict.cc"), "\\{verdict_kind::[a-z_]+, \"([a-z_]+)\""))
+    EXPECT_THAT(text, HasSubstr("\n     " + name));
+}
+
+TEST(ToolHelp, HasExamplesAndExitStatuses) {
+  for (const std::string &verb : kVerbs) {
+    const std::string text = tool::run({"vosk", verb, "--help"}).out;
+    EXPECT_THAT(text, HasSubstr("\nExamples:\n"));
+    EXPECT_THAT(text, HasSubstr("\nExit status: 0 "));
+  }
+}
+
+TEST(Completion, OffersEveryVerbAndOption) {
+  if (shell("command -v bash").status != 0) CANNOT_RUN_HERE("bash is missing");
+  const auto complete = [](const std::string &words, int word) {
+    const std::string script = ". " + kSource + "/completion/vosk; COMP_WORDS=(" + words +
+                               "); COMP_CWORD=" + std::to_string(word) +
+                               "; _vosk; printf \"%s\\n\" \"${COMPREPLY[@]}\"";
+    return all_matches("\n" + shell("bash -c '" + script + "'").out, "([^\n]+)\n");
+  };
+  EXPECT_THAT(complete("vosk \"\"", 1), testing::IsSupersetOf(kVerbs));
+  EXPECT_THAT(complete("vosk re", 1), ElementsAreArray({"report"}));
+  for (const std::string &verb : kVerbs)
+    EXPECT_THAT(complete("vosk " + verb + " --", 2), ElementsAreArray(options_of(verb))) << verb;
+  EXPECT_THAT(complete("vkstkrpt --", 1), ElementsAreArray(options_of("report")));
+  EXPECT_THAT(complete("vosk report --color = a", 4), testing::ElementsAre("always", "auto"));
+  EXPECT_THAT(complete("vosk report -o \"\"", 3), testing::ElementsAre("json", "short", "verbose"));
+  EXPECT_THAT(complete("vosk list " + kSource + "/completi", 2), ElementsAreArray({kSource + "/completion"}));
+}
