@@ -245,7 +245,7 @@ TEST_F(TracedMaxFsize, AnswersAPathOf4096BytesAsTheKernelWould) {
 
 TEST_F(TracedMaxFsize, TracesWhenTracingIsExactlyOne) {
   for (int trace_on : {0, 2, -1, 0x101}) {
-    for (std::uint64_t available : {1000, 49, 51}) {
+    for (std::uint64_t available : {1000U, 49U, 51U}) {
       Calls calls;
       calls.statfs_figures({{1000, available, 4096}});
       calls.during([&] { return vk_determine_max_fsize(trace_on, trace_.c_str(), "/d/f", 16384, 8192, &granted_); });

@@ -97,6 +97,18 @@ TEST_F(TraceFailures, AnswersWhatThePathIs) {
   EXPECT_FALSE(files::exists(directory_ / "missing")) << "it is not created";
 }
 
+// Not even a header in a FIFO makes it a trace file, and nobody waits for another one.
+TEST_F(TraceFailures, DoesNotBlockOnAFifoThatHoldsAHeader) {
+  const std::string fifo = directory_ / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const int fd = open(fifo.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  const std::string first = header(36, 0, 16384);
+  ASSERT_EQ(write(fd, first.data(), first.size()), 36);
+  EXPECT_EQ(vk_debug(fifo.c_str(), "r", "m"), -26);
+  EXPECT_EQ(vk_debug(fifo.c_str(), "r", "m"), -26);
+  close(fd);
+}
+
 TEST_F(TraceFailures, IsRefusedByPermissionsAndReadOnlyFileSystems) {
   sandbox::Options options;
   RUN_IN_SANDBOX(options, [] {
