@@ -220,7 +220,7 @@ TEST_F(Report, MarksClockSteps) {
   make(stack_, [](std::uint64_t inode) {
     builder::model m;
     builder::record r;
-    for (const unsigned second : {100, 200, 100, 300})
+    for (const unsigned second : {100U, 200U, 100U, 300U})
       EXPECT_TRUE(m.push(builder::record_bytes(r.at(1700000000 + second, 0, inode))));
     return m.file();
   });

@@ -13,9 +13,8 @@ namespace vosk {
 struct moment {
   std::int64_t seconds = 0;  // since the epoch
   std::int32_t microseconds = 0;
-  // NOLINTNEXTLINE(modernize-use-nullptr): the checker misreads the comparison with 0 in what the compiler makes of
-  // this
-  auto operator<=>(const moment &) const = default;
+  // The checker misreads the comparison with 0 in what the compiler makes of this.
+  auto operator<=>(const moment &) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 enum class zone { local, utc };

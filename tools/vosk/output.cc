@@ -19,7 +19,11 @@ namespace {
 
 constexpr std::size_t kBufferSize = 1 << 16;
 
-std::string program_name = "vosk";
+// Under which of its names the program was started.
+std::string &program_name() {
+  static std::string name = "vosk";
+  return name;
+}
 
 bool is_set(const char *name) {
   const char *const value = std::getenv(name);
@@ -165,11 +169,11 @@ std::string output::painted(style what, std::string_view text) const {
 }
 
 void set_program_name(const std::string &name) {
-  program_name = name;
+  program_name() = name;
 }
 
 void complain(const std::string &text) {
-  const std::string line = program_name + ": " + text + "\n";
+  const std::string line = program_name() + ": " + text + "\n";
   (void)!::write(2, line.data(), line.size());
 }
 

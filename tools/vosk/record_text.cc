@@ -19,7 +19,7 @@ std::string_view or_empty(const std::optional<std::string_view> &text) {
   return text.value_or(std::string_view());
 }
 
-std::string or_dash(std::string text) {
+std::string or_dash(const std::string &text) {
   return text.empty() ? std::string(kNothing) : text;
 }
 

@@ -23,11 +23,11 @@ std::string short_line(const output &out, const common_options &common, const re
                        const std::string &description);
 
 // Every field, a line each.
-std::string verbose_block(const output &out, const common_options &common, const placed_record &r,
+std::string verbose_block(const output &out, const common_options &common, const placed_record &placed,
                           const std::string &description);
 
 // The members of a record's JSON object, from which its bytes can be rebuilt.
-void record_members(json_object &object, const placed_record &r, const std::string &description);
+void record_members(json_object &object, const placed_record &placed, const std::string &description);
 
 // "mydaemon[4711]"
 std::string process_text(const output &out, const record &r);

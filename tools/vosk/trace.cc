@@ -88,9 +88,18 @@ class incident_printer {
     for (const incident_entry *entry : node.entries) {
       const record &r = *entry->what;
       const std::string description = descriptions_.description(r);
-      out_.line(start + " " + out_.painted(style::process, process_text(out_, r)) + other_node(node, cause) + " " +
-                source_text(out_, r) + " " + out_.safe(description.substr(0, description.find('\n'))) + " " + eid +
-                mark);
+      std::string line = start;
+      line += ' ';
+      line += out_.painted(style::process, process_text(out_, r));
+      line += other_node(node, cause);
+      line += ' ';
+      line += source_text(out_, r);
+      line += ' ';
+      line += out_.safe(description.substr(0, description.find('\n')));
+      line += ' ';
+      line += eid;
+      line += mark;
+      out_.line(line);
     }
   }
 
