@@ -7,6 +7,7 @@
 #include <ctime>
 #include <functional>
 
+#include "proof/instrumented.h"
 #include "support/files.h"
 #include "support/sandbox.h"
 #include "tools/reader/verdict.h"
@@ -383,6 +384,7 @@ TEST(Show, FindsOneOfTenThousandStacksInTime) {
     ASSERT_EQ(rename(sandbox::kStacks, "/var/adm/vosk/copies"), 0);
     const double in_copies = fastest({"vosk", "show", "--dir", "/var/adm/vosk/copies", eid});
     std::printf("milliseconds: %.1f by i-node, %.1f in copies\n", by_inode, in_copies);
+    if (proof::kInstrumented) return;  // the times are the sanitizer's
     EXPECT_LT(by_inode, 20);
     EXPECT_LT(in_copies, 150);
   });
