@@ -62,6 +62,11 @@ TEST(TruncateDescription, TextThatFitsStays) {
   EXPECT_EQ(cut(0, 20), 0U);
 }
 
+TEST(TruncateDescription, NullIsTheEmptyText) {
+  EXPECT_EQ(vk_truncate_description(nullptr, 0), 0);
+  EXPECT_EQ(vk_truncate_description(nullptr, 80), 0);
+}
+
 TEST(TruncateDescription, OverfullLineCutsNothing) {
   platform::Environment environment;
   environment.set("COLUMNS", "20");
