@@ -116,6 +116,9 @@ static void show(bool here) {
 
   heading("What the library did in the command's one call (VOSKDEBUG)");
   demo::show_file(place.directory + "/spoolcheck.trace", 200);
+
+  heading("The whole incident, from its first cause on: vosk trace");
+  read_back(programs, {"trace", records.back().identifier});
 }
 
 int main(int argc, char **argv) {

@@ -108,6 +108,13 @@ TEST_F(Demo, TheTraceIsThatOfTheCommandsCall) {
   EXPECT_THAT(section(run.output, "What the library did", "  | [END OF FINAL ENTRY]"), HasSubstr("vk_push_stack"));
 }
 
+TEST_F(Demo, EndsWithTheWholeIncident) {
+  EXPECT_THAT(run.output,
+              ContainsRegex("\nThe whole incident[^\n]*\n[^\n]* spooler\\[[0-9]+\\][^\n]* " + recorded_by("spooler") +
+                            "\n[^\n]* orderd\\[[0-9]+\\][^\n]* " + recorded_by("orderd") +
+                            "\n[^\n]* orderd\\[[0-9]+\\][^\n]* " + recorded_by("spoolcheck") + " <- asked for\n$"));
+}
+
 TEST_F(Demo, NothingOutsideIsTouched) {
   EXPECT_EQ(machine_before, machine_after);
 }
