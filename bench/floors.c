@@ -204,7 +204,8 @@ void floor_environment_test(void) {
 }
 
 void floor_base64(long value) {
-  DONE(a64l(l64a(value)));
+  static volatile long kept; /* a result that nobody reads would not be computed */
+  kept = a64l(l64a(value));
 }
 
 void floor_detail_copy(const char *input, const char *directory, const char *output) {
