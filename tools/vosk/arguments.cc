@@ -1,223 +1,14 @@
 #include "arguments.h"
 
-#include <CLI/CLI.hpp>
 #include <iostream>
-#include <memory>
 
 #include "exit_status.h"
+#include "verb_arguments.h"
 #include "version.h"
 
 namespace vosk {
 
 namespace {
-
-constexpr char kReportHelp[] =
-    "Show the records of stack files, and before them what each file covers. Without FILE those of the stack that "
-    "VOSKSTACK "
-    "names, else of all under /var/adm/vosk/stacks.";
-constexpr char kReportExamples[] =
-    "Examples:\n"
-    "  PROGRAM                                       everything on this node\n"
-    "  PROGRAM --since -10m --process orderd         the last ten minutes of one service\n"
-    "  PROGRAM -f --new                              what is recorded from now on\n"
-    "  PROGRAM -v -n 1 STACKFILE                     every field of the newest record\n"
-    "  PROGRAM --around IDENTIFIER=30s --dir COPIES  around an incident, on all nodes\n"
-    "Exit status: 0 shown, 1 failure, 2 usage, 3 damage seen, 4 no record to show";
-constexpr char kAnnotateHelp[] =
-    "Pass a text through and add, under each line that holds identifiers, what they say and which records they belong "
-    "to. "
-    "With --json print only that, one line for each identifier.";
-constexpr char kAnnotateExamples[] =
-    "Examples:\n"
-    "  tail -f /var/log/syslog | PROGRAM\n"
-    "  PROGRAM --dir COPIES incident.log\n"
-    "Exit status: 0 done, 1 failure, 2 usage, 3 a record is damaged, 4 FILE is missing";
-constexpr char kDetailHelp[] =
-    "Show the detail of an identifier's record: the copy of the detail file that it cites, with its owner and size, or "
-    "its "
-    "text.";
-constexpr char kDetailExamples[] =
-    "Examples:\n"
-    "  PROGRAM IDENTIFIER\n"
-    "  PROGRAM -o core.txt IDENTIFIER    save it\n"
-    "Exit status: 0 shown, 1 failure, 2 usage, 3 the record is damaged, 4 no record, or the file is gone";
-constexpr char kListHelp[] =
-    "Print a line for each stack: its file's owner, the process that established it, what it holds, and whether it "
-    "takes the "
-    "next recording. Without FILE of all under /var/adm/vosk/stacks.";
-constexpr char kListExamples[] =
-    "Examples:\n"
-    "  PROGRAM             all stacks of this node\n"
-    "  PROGRAM --failed    those that refuse the next recording\n"
-    "Exit status: 0 listed, 1 failure, 2 usage, 3 damage seen, 4 nothing to list";
-constexpr char kShowHelp[] =
-    "Take an identifier apart and show its record, or say why it cannot be shown. The stacks of this node are looked "
-    "through, and those below each --dir.";
-constexpr char kShowExamples[] =
-    "Examples:\n"
-    "  PROGRAM 75Oh2...2zIZ/.7S..XO.8....................\n"
-    "  PROGRAM --dir COPIES IDENTIFIER    also in copies from other nodes\n"
-    "Exit status: 0 shown, 1 failure, 2 usage, 3 the record is damaged, 4 there is no record to show";
-constexpr char kTraceHelp[] =
-    "Show the whole incident that an identifier belongs to: back to the first cause, and from there everything that "
-    "followed, over all stacks of this node and those below each --dir.";
-constexpr char kTraceExamples[] =
-    "Examples:\n"
-    "  PROGRAM IDENTIFIER\n"
-    "  PROGRAM --dir COPIES IDENTIFIER    across nodes\n"
-    "Exit status: 0 shown, 1 failure, 2 usage, 3 a record is damaged, 4 nothing has the identifier or refers to it";
-constexpr char kVerifyHelp[] =
-    "Name what is damaged in stack files: file, offset, field, value and what is allowed. Of sound files nothing is "
-    "said.";
-constexpr char kVerifyExamples[] =
-    "Examples:\n"
-    "  PROGRAM             all stacks of this node\n"
-    "  PROGRAM STACKFILE   one of them\n"
-    "Exit status: 0 no damage, 1 failure, 2 usage, 3 damage seen, 4 no stack file";
-
-std::string with_program(std::string text, const std::string &program) {
-  constexpr std::string_view kPlace = "PROGRAM";
-  for (std::size_t at = 0; (at = text.find(kPlace, at)) != std::string::npos; at += program.size())
-    text.replace(at, kPlace.size(), program);
-  return text;
-}
-
-// An option that can be given several times, each time with one value.
-template <class Value>
-void add_list(CLI::App &app, const char *names, std::vector<Value> &values, const char *help, const char *type) {
-  app.add_option(names, values, help)->allow_extra_args(false)->type_name(type);
-}
-
-void add_names(CLI::App &app, std::vector<std::string> &names) {
-  app.add_option("FILE", names, "Stack files, or directories of them")->type_name("");
-}
-
-// Keeps what the argument library refers to while it parses.
-struct verb {
-  virtual ~verb() = default;
-};
-
-void add_common(CLI::App &app, common_options &common) {
-  app.add_flag("--json", common.json, "Print JSON Lines");
-  app.add_flag("--utc", common.utc, "Show times in UTC");
-  app.add_flag("--raw", common.raw, "Leave control characters in texts as they are");
-  app.add_flag("--no-pager", common.no_pager, "Do not start a pager on a terminal");
-  app.add_option("--color", common.color, "When to use colours")
-      ->check(CLI::IsMember({"auto", "always", "never"}))
-      ->type_name("WHEN");
-  add_list(app, "--dir", common.copies, "Look at the stacks below DIR, such as copies from other nodes", "DIR");
-}
-
-void add_filters(CLI::App &app, record_filters &filters) {
-  app.add_option("--since", filters.since, "From this time on: 2026-11-16 07:11, 07:11, yesterday, -2h")
-      ->type_name("TIME");
-  app.add_option("--until", filters.until, "Up to this time")->type_name("TIME");
-  app.add_option("--around", filters.around, "Around the time of an identifier, 5m before and after")
-      ->type_name("ID[=SPAN]");
-  add_list(app, "--process", filters.processes, "Of this process name; may be a pattern with * ? []", "NAME");
-  add_list(app, "--pid", filters.pids, "Of this process id", "PID");
-  add_list(app, "--product", filters.products, "Of this product; may be a pattern", "NAME");
-  add_list(app, "--source", filters.sources, "Of this source, FILE or FILE:LINE; may be a pattern", "FILE");
-  add_list(app, "--msg", filters.messages, "With this message", "SET/NUMBER");
-  add_list(app, "--grep", filters.patterns, "Whose description or detail matches", "REGEX");
-  app.add_flag("--not", filters.inverted, "Those that the filters (the times apart) do not select");
-}
-
-// Each verb's options, stored in the invocation where the verb is the one that is called.
-template <class Options>
-class verb_of : public verb {
- protected:
-  verb_of(CLI::App &app, invocation &out, const char *examples, const std::string &program) {
-    app.footer(with_program(examples, program));
-    app.parse_complete_callback([this, &out] { out.verb = options_; });
-  }
-  Options options_;
-};
-
-class annotate_verb : public verb_of<annotate_options> {
- public:
-  annotate_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kAnnotateExamples, program) {
-    app.add_option("FILE", options_.file, "The text; standard input where it is missing or -")->type_name("");
-    add_common(app, out.common);
-  }
-};
-
-void add_identifier(CLI::App &app, std::string &identifier, bool &node_only) {
-  app.add_option("ID", identifier, "The identifier, 42 characters")->required()->type_name("");
-  app.add_flag("--node-only", node_only, "Look into this node's stacks only for identifiers of its addresses");
-}
-
-class detail_verb : public verb_of<detail_options> {
- public:
-  detail_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kDetailExamples, program) {
-    add_identifier(app, options_.identifier, options_.node_only);
-    app.add_option("-o,--output", options_.output_file, "Write the content to FILE, - for standard output")
-        ->type_name("FILE");
-    add_common(app, out.common);
-  }
-};
-
-class list_verb : public verb_of<list_options> {
- public:
-  list_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kListExamples, program) {
-    add_names(app, options_.names);
-    app.add_flag("--failed", options_.failed, "Only stacks that refuse the next recording");
-    add_common(app, out.common);
-  }
-};
-
-class report_verb : public verb_of<report_options> {
- public:
-  report_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kReportExamples, program) {
-    add_names(app, options_.names);
-    app.add_flag_callback(
-        "-v,--verbose", [this] { options_.format = "verbose"; }, "Show every field");
-    app.add_option("-o,--output", options_.format, "Form of the records")
-        ->check(CLI::IsMember({"short", "verbose", "json"}))
-        ->type_name("FORMAT");
-    app.add_option("-n,--lines", options_.last, "Only the newest COUNT records")->type_name("COUNT");
-    CLI::Option *const reverse = app.add_flag("-r,--reverse", options_.reverse, "The newest record first");
-    CLI::Option *const follow = app.add_flag("-f,--follow", options_.follow,
-                                             "Go on printing records as they are made, also in stacks that appear");
-    follow->excludes(reverse);
-    app.add_flag("--new", options_.only_new, "With -f: not those that are there already")->needs(follow);
-    app.add_flag("--poll", options_.polling, "With -f: look every 0.4 s instead of waiting for the kernel")
-        ->needs(follow);
-    add_filters(app, options_.filters);
-    add_common(app, out.common);
-  }
-};
-
-class show_verb : public verb_of<show_options> {
- public:
-  show_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kShowExamples, program) {
-    add_identifier(app, options_.identifier, options_.node_only);
-    app.add_flag("--detail", options_.detail, "Show the detail file that the record cites, too");
-    add_common(app, out.common);
-  }
-};
-
-class trace_verb : public verb_of<trace_options> {
- public:
-  trace_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kTraceExamples, program) {
-    app.add_option("ID", options_.identifier, "The identifier of any record of the incident")
-        ->required()
-        ->type_name("");
-    add_common(app, out.common);
-  }
-};
-
-class verify_verb : public verb_of<verify_options> {
- public:
-  verify_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kVerifyExamples, program) {
-    add_names(app, options_.names);
-    add_common(app, out.common);
-  }
-};
 
 // The argument library's own results, as the tools' exit statuses.
 int finish(const CLI::App &app, const CLI::ParseError &error) {
@@ -232,24 +23,34 @@ int finish(const CLI::App &app, const CLI::ParseError &error) {
 
 }  // namespace
 
+std::string with_program(std::string text, const std::string &program) {
+  constexpr std::string_view kPlace = "PROGRAM";
+  for (std::size_t at = 0; (at = text.find(kPlace, at)) != std::string::npos; at += program.size())
+    text.replace(at, kPlace.size(), program);
+  return text;
+}
+
+void add_common(CLI::App &app, common_options &common) {
+  app.add_flag("--json", common.json, "Print JSON Lines");
+  app.add_flag("--utc", common.utc, "Show times in UTC");
+  app.add_flag("--raw", common.raw, "Leave control characters in texts as they are");
+  app.add_flag("--no-pager", common.no_pager, "Do not start a pager on a terminal");
+  app.add_option("--color", common.color, "When to use colours")
+      ->check(CLI::IsMember({"auto", "always", "never"}))
+      ->type_name("WHEN");
+  add_list(app, "--dir", common.copies, "Look at the stacks below DIR, such as copies from other nodes", "DIR");
+}
+
 std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
   CLI::App app("Reads what libqx_vosk recorded.", out.program);
   app.set_version_flag("--version", out.program + " " + kVersion);
   app.get_formatter()->column_width(28);
-  std::vector<std::unique_ptr<verb>> verbs;
+  verb_list verbs;
   if (out.program == "vkstkrpt") {
-    app.description(kReportHelp);
-    verbs.push_back(std::make_unique<report_verb>(app, out, out.program));
+    add_report_alone(app, out, verbs);
   } else {
     app.require_subcommand(1);
-    verbs.push_back(
-        std::make_unique<annotate_verb>(*app.add_subcommand("annotate", kAnnotateHelp), out, "vosk annotate"));
-    verbs.push_back(std::make_unique<detail_verb>(*app.add_subcommand("detail", kDetailHelp), out, "vosk detail"));
-    verbs.push_back(std::make_unique<list_verb>(*app.add_subcommand("list", kListHelp), out, "vosk list"));
-    verbs.push_back(std::make_unique<report_verb>(*app.add_subcommand("report", kReportHelp), out, "vosk report"));
-    verbs.push_back(std::make_unique<show_verb>(*app.add_subcommand("show", kShowHelp), out, "vosk show"));
-    verbs.push_back(std::make_unique<trace_verb>(*app.add_subcommand("trace", kTraceHelp), out, "vosk trace"));
-    verbs.push_back(std::make_unique<verify_verb>(*app.add_subcommand("verify", kVerifyHelp), out, "vosk verify"));
+    add_reading_verbs(app, out, verbs);
   }
   try {
     app.parse(argc, argv);

@@ -1,0 +1,58 @@
+// What the verbs' command lines share. Only the arguments*.cc files include this: it brings the argument library.
+#ifndef TOOLS_VOSK_VERB_ARGUMENTS_H
+#define TOOLS_VOSK_VERB_ARGUMENTS_H
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "options.h"
+
+namespace vosk {
+
+// Keeps what the argument library refers to while it parses.
+struct verb_arguments {
+  virtual ~verb_arguments() = default;
+};
+
+using verb_list = std::vector<std::unique_ptr<verb_arguments>>;
+
+// Adds the options that every verb has.
+void add_common(CLI::App &app, common_options &common);
+
+// `text` with the program's own name, "vosk show" for one, in place of the word PROGRAM.
+std::string with_program(std::string text, const std::string &program);
+
+// An option that can be given several times, each time with one value.
+template <class Value>
+void add_list(CLI::App &app, const char *names, std::vector<Value> &values, const char *help, const char *type) {
+  app.add_option(names, values, help)->allow_extra_args(false)->type_name(type);
+}
+
+// Each verb's options, stored in the invocation where the verb is the one that is called.
+template <class Options>
+class verb_of : public verb_arguments {
+ protected:
+  verb_of(CLI::App &app, invocation &out, const char *examples, const std::string &program) {
+    app.footer(with_program(examples, program));
+    app.parse_complete_callback([this, &out] { out.verb = options_; });
+  }
+  Options options_;
+};
+
+// Adds the verb NAME, whose options Verb keeps, to the program vosk.
+template <class Verb>
+void add_verb(CLI::App &app, invocation &out, verb_list &verbs, const std::string &name, const char *help) {
+  verbs.push_back(std::make_unique<Verb>(*app.add_subcommand(name, help), out, "vosk " + name));
+}
+
+// The verbs that read what was recorded.
+void add_reading_verbs(CLI::App &app, invocation &out, verb_list &verbs);
+
+// The report verb as a program of its own.
+void add_report_alone(CLI::App &app, invocation &out, verb_list &verbs);
+
+}  // namespace vosk
+
+#endif
