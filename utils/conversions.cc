@@ -18,69 +18,115 @@ static int read_number(const char *&at) noexcept {
   return number <= kMaxFieldNumber ? number : kMaxFieldNumber + 1;
 }
 
-struct type_row {
-  const char *specifiers, *length, *flags;
-  arg_type type;
+// The types that a specifier takes, by length modifier: none, hh, h, l, ll, j, t, z, L.
+struct specifier_row {
+  const char *flags;
+  arg_type types[9];
 };
 
 // What printf defines, and no more: %hs, %Ld and "% s" are unknown. So a blank behind the '%' of an already formatted
 // text ("50% of") is never taken for a string's conversion.
-static constexpr type_row kTypes[] = {
-    {"di", "", "-+ 0'", arg_type::int_type},
-    {"di", "hh", "-+ 0'", arg_type::int_type},
-    {"di", "h", "-+ 0'", arg_type::int_type},
-    {"di", "l", "-+ 0'", arg_type::long_type},
-    {"di", "ll", "-+ 0'", arg_type::long_long_type},
-    {"di", "j", "-+ 0'", arg_type::intmax_type},
-    {"di", "t", "-+ 0'", arg_type::ptrdiff_type},
-    {"di", "z", "-+ 0'", arg_type::ssize_type},
-    {"u", "", "-0'", arg_type::unsigned_type},
-    {"u", "hh", "-0'", arg_type::unsigned_type},
-    {"u", "h", "-0'", arg_type::unsigned_type},
-    {"u", "l", "-0'", arg_type::unsigned_long_type},
-    {"u", "ll", "-0'", arg_type::unsigned_long_long_type},
-    {"u", "j", "-0'", arg_type::uintmax_type},
-    {"u", "t", "-0'", arg_type::unsigned_ptrdiff_type},
-    {"u", "z", "-0'", arg_type::size_type},
-    {"oxX", "", "-#0", arg_type::unsigned_type},
-    {"oxX", "hh", "-#0", arg_type::unsigned_type},
-    {"oxX", "h", "-#0", arg_type::unsigned_type},
-    {"oxX", "l", "-#0", arg_type::unsigned_long_type},
-    {"oxX", "ll", "-#0", arg_type::unsigned_long_long_type},
-    {"oxX", "j", "-#0", arg_type::uintmax_type},
-    {"oxX", "t", "-#0", arg_type::unsigned_ptrdiff_type},
-    {"oxX", "z", "-#0", arg_type::size_type},
-    {"fFgG", "", "-+ #0'", arg_type::double_type},
-    {"fFgG", "l", "-+ #0'", arg_type::double_type},
-    {"fFgG", "L", "-+ #0'", arg_type::long_double_type},
-    {"eEaA", "", "-+ #0", arg_type::double_type},
-    {"eEaA", "l", "-+ #0", arg_type::double_type},
-    {"eEaA", "L", "-+ #0", arg_type::long_double_type},
-    {"c", "", "-", arg_type::character_type},
-    {"s", "", "-", arg_type::string_type},
-    {"p", "", "-", arg_type::pointer_type},
-};
+static constexpr specifier_row kSigned = {
+    "-+ 0'",
+    {arg_type::int_type, arg_type::int_type, arg_type::int_type, arg_type::long_type, arg_type::long_long_type,
+     arg_type::intmax_type, arg_type::ptrdiff_type, arg_type::ssize_type, arg_type::none}};
+static constexpr specifier_row kUnsigned = {
+    "-0'",
+    {arg_type::unsigned_type, arg_type::unsigned_type, arg_type::unsigned_type, arg_type::unsigned_long_type,
+     arg_type::unsigned_long_long_type, arg_type::uintmax_type, arg_type::unsigned_ptrdiff_type, arg_type::size_type,
+     arg_type::none}};
+static constexpr specifier_row kBits = {
+    "-#0",
+    {arg_type::unsigned_type, arg_type::unsigned_type, arg_type::unsigned_type, arg_type::unsigned_long_type,
+     arg_type::unsigned_long_long_type, arg_type::uintmax_type, arg_type::unsigned_ptrdiff_type, arg_type::size_type,
+     arg_type::none}};
+static constexpr specifier_row kReal = {
+    "-+ #0'",
+    {arg_type::double_type, arg_type::none, arg_type::none, arg_type::double_type, arg_type::none, arg_type::none,
+     arg_type::none, arg_type::none, arg_type::long_double_type}};
+static constexpr specifier_row kExponent = {
+    "-+ #0",
+    {arg_type::double_type, arg_type::none, arg_type::none, arg_type::double_type, arg_type::none, arg_type::none,
+     arg_type::none, arg_type::none, arg_type::long_double_type}};
+static constexpr specifier_row kCharacter = {"-", {arg_type::character_type}};
+static constexpr specifier_row kString = {"-", {arg_type::string_type}};
+static constexpr specifier_row kPointer = {"-", {arg_type::pointer_type}};
+
+static const specifier_row *row_of(char specifier) noexcept {
+  switch (specifier) {
+    case 'd':
+    case 'i':
+      return &kSigned;
+    case 'u':
+      return &kUnsigned;
+    case 'o':
+    case 'x':
+    case 'X':
+      return &kBits;
+    case 'f':
+    case 'F':
+    case 'g':
+    case 'G':
+      return &kReal;
+    case 'e':
+    case 'E':
+    case 'a':
+    case 'A':
+      return &kExponent;
+    case 'c':
+      return &kCharacter;
+    case 's':
+      return &kString;
+    case 'p':
+      return &kPointer;
+    default:
+      return nullptr;
+  }
+}
+
+static std::size_t index_of_length(const char (&length)[3]) noexcept {
+  switch (length[0]) {
+    case 'h':
+      return length[1] != '\0' ? 1 : 2;
+    case 'l':
+      return length[1] != '\0' ? 4 : 3;
+    case 'j':
+      return 5;
+    case 't':
+      return 6;
+    case 'z':
+      return 7;
+    case 'L':
+      return 8;
+    default:
+      return 0;
+  }
+}
 
 static bool only_of(const char *allowed, const char *flags) noexcept {
-  return flags[std::strspn(flags, allowed)] == '\0';
+  return *flags == '\0' || flags[std::strspn(flags, allowed)] == '\0';
 }
 
 static arg_type type_of(const conversion &c) noexcept {
-  for (const type_row &row : kTypes)
-    if (std::strchr(row.specifiers, c.specifier) != nullptr && std::strcmp(row.length, c.length) == 0)
-      return only_of(row.flags, c.flags) ? row.type : arg_type::none;
-  return arg_type::none;
+  const specifier_row *row = row_of(c.specifier);
+  return row != nullptr && only_of(row->flags, c.flags) ? row->types[index_of_length(c.length)] : arg_type::none;
+}
+
+static bool is_flag(char c) noexcept {
+  return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\'';
 }
 
 static void read_flags(const char *&at, char (&flags)[8]) noexcept {
   std::size_t count = 0;
-  for (; *at != '\0' && std::strchr("-+ #0'", *at) != nullptr; ++at)
+  for (; is_flag(*at); ++at)
     if (std::strchr(flags, *at) == nullptr) flags[count++] = *at;
 }
 
 static void read_length(const char *&at, char (&length)[3]) noexcept {
-  if (*at == '\0' || std::strchr("hljztL", *at) == nullptr) return;
-  length[0] = *at++;
+  const char c = *at;
+  if (c != 'h' && c != 'l' && c != 'j' && c != 'z' && c != 't' && c != 'L') return;
+  length[0] = c;
+  ++at;
   if ((length[0] == 'h' || length[0] == 'l') && *at == length[0]) length[1] = *at++;
 }
 
