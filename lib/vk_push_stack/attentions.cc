@@ -58,6 +58,7 @@ int raise_attentions(const incident &in, const incident_flags &flags) noexcept {
   unsigned int set = 0;
   for (int flag = 0; flag < VK_FLAG_COUNT; ++flag)
     set |= static_cast<unsigned int>(flags[static_cast<std::size_t>(flag)] != 0) << flag;
+  if (set == 0) return cu_set_no_error_1();
   bool raised = false;
   int result = VK_SUCCESS;
   for (const attention &row : kAttentions) {

@@ -15,14 +15,17 @@
 namespace vk {
 namespace {
 
-// A process with raised privileges takes only a plain name directly in the stack directory from its environment.
-bool is_trusted(const char *path) noexcept {
-  if (getauxval(AT_SECURE) == 0) return true;
+bool lies_in_stack_directory(const char *path) noexcept {
   constexpr std::size_t kLength = sizeof kStackDirectory - 1;
   if (std::strncmp(path, kStackDirectory, kLength) != 0 || path[kLength] != '/') return false;
   const char *name = path + kLength + 1;
   return *name != '\0' && std::strchr(name, '/') == nullptr && std::strcmp(name, ".") != 0 &&
          std::strcmp(name, "..") != 0;
+}
+
+// A process with raised privileges takes only a plain name directly in the stack directory from its environment.
+bool is_trusted(const char *path) noexcept {
+  return lies_in_stack_directory(path) || getauxval(AT_SECURE) == 0;
 }
 
 }  // namespace

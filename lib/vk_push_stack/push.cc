@@ -243,7 +243,6 @@ void pusher::build_record(va_list args) noexcept {
   const record_context context = {
       eid_,  static_cast<std::uint32_t>(seconds),      process_name_, pid_, parent_, thread_, arguments,
       count, cites_copy ? copy_path_ : in_.detail_data};
-  std::memset(record_, 0, sizeof record_);
   flags_[VK_FLAG_OVER_LENGTH] = vk_format_stack_rec(in_, flags_, context, record_, &length_) != VOSK_SUCCESS;
   (void)cu_rel_error_args_1(arguments, count);
 }

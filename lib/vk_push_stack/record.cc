@@ -17,7 +17,9 @@ constexpr char kNoIdentifier[VK_EID_SIZE] = {};
 // a text that does not fit is cut and ends the record.
 class record_writer {
  public:
-  explicit record_writer(unsigned char (&zeroed)[stack_file::kRecordMax]) noexcept : buffer_(zeroed) {}
+  explicit record_writer(unsigned char (&buffer)[stack_file::kRecordMax]) noexcept : buffer_(buffer) {
+    std::memset(buffer_, 0, stack_file::kPrefixSize);
+  }
 
   void put_fixed(const void *field, std::size_t size) noexcept {
     if (size > room()) return;  // as behind a text that was cut
@@ -29,13 +31,14 @@ class record_writer {
     const auto field = static_cast<std::uint32_t>(value);
     put_fixed(&field, sizeof field);
   }
-  // The zero byte behind a text is the buffer's own; a text that ends with the record has none.
+  // A zero byte follows a text; one that ends with the record has none.
   void put_text(std::string_view text) noexcept {
     if (cut_) return;
     const std::size_t n = std::min(text.size(), room());
     if (n != 0) std::memcpy(buffer_ + position_, text.data(), n);
+    position_ += n;
     cut_ = n < text.size();
-    position_ = std::min(position_ + n + 1, stack_file::kRecordMax);
+    if (room() != 0) buffer_[position_++] = '\0';
   }
 
   // Stores the length in the prefix.

@@ -22,7 +22,7 @@ struct record_context {
   const char *detail;  // the details, or the name of the copy of the detail file
 };
 
-// Builds the record in `buffer`, zeroed, and stores the length of its body. Returns 0, or -38 when it was cut.
+// Builds the record in `buffer`, up to the length of its body, which it stores. Returns 0, or -38 when it was cut.
 int vk_format_stack_rec(const incident &in, const incident_flags &flags, const record_context &context,
                         unsigned char (&buffer)[stack_file::kRecordMax], std::uint32_t *length) noexcept;
 
