@@ -33,8 +33,10 @@ std::string page(const std::string &name) {
   return text;
 }
 
+// Of both libraries.
 std::vector<std::string> exports() {
-  return all_groups(contents(QX_SOURCE_DIR "/lib/libqx_vosk.map"), "^    ([a-z0-9_]+);");
+  return all_groups(contents(QX_SOURCE_DIR "/lib/libqx_vosk.map") + contents(QX_SOURCE_DIR "/libqx_cu/libqx_cu.map"),
+                    "^    ([a-z0-9_]+);");
 }
 
 std::string without_comments(std::string text) {
@@ -57,9 +59,10 @@ std::string squeezed(const std::string &text) {
   return result;
 }
 
-// The declaration of `routine` in the header.
+// The declaration of `routine` in its header.
 std::string declaration(const std::string &routine) {
-  static const std::string header = without_comments(contents(QX_SOURCE_DIR "/include/qx_vosk.h"));
+  static const std::string header =
+      without_comments(contents(QX_SOURCE_DIR "/include/qx_vosk.h") + contents(QX_SOURCE_DIR "/include/qx_cu.h"));
   const std::size_t name = header.find(routine + "(");
   if (name == std::string::npos) return "";
   const std::size_t line = header.rfind('\n', name) + 1;
@@ -111,7 +114,7 @@ std::vector<std::string> own_pages(const std::string &section) {
 }
 
 TEST(ManPages, ThereIsOneForEveryExport) {
-  ASSERT_GE(exports().size(), 36U);
+  ASSERT_GE(exports().size(), 42U);
   for (const std::string &name : exports()) {
     const std::string text = page(name + ".3");
     EXPECT_THAT("\n" + text, testing::AnyOf(HasSubstr("\n.Nm " + name + "\n"), HasSubstr("\n.Nm " + name + " ,\n")))
@@ -185,10 +188,20 @@ TEST(ManPages, AreQuietUnderTheLinter) {
 }
 
 TEST(ManPages, ReferToPagesThatExist) {
-  for (const char *section : {"3", "7"})
+  for (const char *section : {"1", "3", "5", "7"})
     for (const std::string &name : own_pages(section))
-      for (const std::string &other : all_groups(contents(kPages + name), "^\\.Xr ((vk|vosk|libqx|fclear)[^ ]* [37])"))
+      for (const std::string &other :
+           all_groups(contents(kPages + name), "^\\.Xr ((vk|cu|vosk|libqx|fclear)[^ ]* [1357])"))
         EXPECT_TRUE(fs::exists(kPages + other.substr(0, other.size() - 2) + "." + other.back())) << name << other;
+}
+
+TEST(ManPages, TellOfEveryTypeOfAnArgument) {
+  const std::string text = contents(kPages + "cu_set_error_args_1.3");
+  const auto types = all_groups(contents(QX_SOURCE_DIR "/include/qx_cu.h"), "^#define (CU_ARG_[A-Z]+ [0-9]+)");
+  ASSERT_EQ(types.size(), 8U);
+  for (const std::string &type : types)
+    EXPECT_THAT(text,
+                HasSubstr("\n.It " + type.substr(type.find(' ') + 1) + " Dv " + type.substr(0, type.find(' ')) + "\n"));
 }
 
 TEST(MessagesPage, HasEveryCodeOfTheHeaderWithItsValue) {
@@ -230,9 +243,11 @@ TEST(ManPageExamples, CompileWithoutAWarningAndRun) {
     const std::string program = example(contents(kPages + name));
     ASSERT_THAT(program, HasSubstr("int main(")) << "no complete program";
     ASSERT_TRUE(files::write(folder / "example.c", program));
+    const std::string library = name.starts_with("cu_") ? "qx_cu" : "qx_vosk";
     const auto compiled =
         run_shell(folder.path(), "cc -std=c11 -Wall -Wextra -Werror example.c -o example -I" QX_SOURCE_DIR
-                                 "/include -L" QX_BINARY_DIR "/lib -lqx_vosk -Wl,-rpath," QX_BINARY_DIR "/lib");
+                                 "/include -L" QX_BINARY_DIR "/lib -Wl,-rpath," QX_BINARY_DIR "/lib -l" +
+                                     library);
     EXPECT_EQ(compiled.status, 0) << compiled.output << program;
     const auto run = run_shell(folder.path(), "env -u VOSKDEBUG ./example");
     EXPECT_EQ(run.status, 0) << run.output << program;
