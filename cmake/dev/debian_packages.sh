@@ -29,7 +29,12 @@ build_in() {
     [ $# -eq 0 ] || "$@"
     quietly dpkg-buildpackage -b -us -uc "-j$jobs"
   )
-  rm -f "$folder"/*-dbgsym_*.deb
+}
+
+# copy_packages FROM TO: without those of debug information, which nobody needs for this.
+copy_packages() {
+  mkdir -p "$2"
+  find "$1" -maxdepth 1 -name '*.deb' ! -name '*-dbgsym_*' -exec cp -t "$2" {} +
 }
 
 next_version() {
@@ -37,7 +42,7 @@ next_version() {
 }
 
 rm -rf "$out"
-mkdir -p "$out/first" "$out/root/first"
+mkdir -p "$out/root"
 echo "== packages: build"
 build_in "$out/first"
 
@@ -61,12 +66,11 @@ if [ -n "$long" ]; then
   done
   echo "== packages: build the next version"
   build_in "$out/next" next_version
-  mkdir -p "$out/root/second"
-  cp "$out"/next/*.deb "$out/root/second"
+  copy_packages "$out/next" "$out/root/second"
 fi
 
 echo "== packages: a clean root"
-cp "$out"/first/*.deb "$out/root/first"
+copy_packages "$out/first" "$out/root/first"
 cp cmake/dev/packages_in_root.sh "$out/root"
 # The README's first program.
 # shellcheck disable=SC2016 # a program of sed
