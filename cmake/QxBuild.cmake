@@ -68,10 +68,10 @@ function(qx_shared_library target version_script)
   endif()
 endfunction()
 
-# qx_find_beside(target rpath install-dir): a library or program of ours finds our libraries by `rpath`, in the build tree and
+# qx_find_beside(target rpath install-dir component): a library or program of ours finds our libraries by `rpath`, in the build tree and
 # where it is installed; in /usr and /usr/local the system's search finds them. The prefix is known for certain only when
 # the installation runs.
-function(qx_find_beside target rpath install_dir)
+function(qx_find_beside target rpath install_dir component)
   # As when installed, because CMake would pad the entry of the build tree with one that means the current directory.
   set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${rpath}")
   install(CODE "
@@ -82,5 +82,5 @@ function(qx_find_beside target rpath install_dir)
       if(EXISTS \"\${installed}\")
         file(RPATH_REMOVE FILE \"\${installed}\")
       endif()
-    endif()" COMPONENT runtime)
+    endif()" COMPONENT ${component})
 endfunction()

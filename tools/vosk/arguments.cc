@@ -3,6 +3,7 @@
 #include <iostream>
 
 #include "exit_status.h"
+#include "shell_commands.h"
 #include "verb_arguments.h"
 #include "version.h"
 
@@ -17,6 +18,9 @@ int finish(const CLI::App &app, const CLI::ParseError &error) {
     std::cout.flush();
     return std::cout ? kExitFine : kExitFailure;
   }
+  for (const CLI::App *verb : app.get_subcommands())
+    if (verb->get_name() == "env" && !verb->got_subcommand("show"))
+      std::cout << failing_commands(kExitUsage) << std::flush;
   std::cerr << app.get_name() << ": " << error.what() << "\nTry '" << app.get_name() << " --help'.\n";
   return kExitUsage;
 }
@@ -42,7 +46,7 @@ void add_common(CLI::App &app, common_options &common) {
 }
 
 std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
-  CLI::App app("Reads what libqx_vosk recorded.", out.program);
+  CLI::App app("Records failures with libqx_vosk, and reads what was recorded.", out.program);
   app.set_version_flag("--version", out.program + " " + kVersion);
   app.get_formatter()->column_width(28);
   verb_list verbs;
@@ -51,6 +55,7 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
   } else {
     app.require_subcommand(1);
     add_reading_verbs(app, out, verbs);
+    add_recording_verbs(app, out, verbs);
   }
   try {
     app.parse(argc, argv);

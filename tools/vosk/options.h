@@ -8,6 +8,8 @@
 #include <variant>
 #include <vector>
 
+#include "options_recording.h"
+
 namespace vosk {
 
 // A command line that cannot be done: exit status 2.
@@ -70,8 +72,8 @@ struct show_options {
 struct invocation {
   std::string program = "vosk";
   common_options common;
-  std::variant<std::monostate, annotate_options, detail_options, list_options, report_options, show_options,
-               trace_options, verify_options>
+  std::variant<std::monostate, annotate_options, detail_options, env_options, list_options, push_options,
+               report_options, show_options, trace_options, verify_options>
       verb;
 };
 

@@ -50,6 +50,9 @@ void add_verb(CLI::App &app, invocation &out, verb_list &verbs, const std::strin
 // The verbs that read what was recorded.
 void add_reading_verbs(CLI::App &app, invocation &out, verb_list &verbs);
 
+// The verbs that record.
+void add_recording_verbs(CLI::App &app, invocation &out, verb_list &verbs);
+
 // The report verb as a program of its own.
 void add_report_alone(CLI::App &app, invocation &out, verb_list &verbs);
 

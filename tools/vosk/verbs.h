@@ -8,9 +8,12 @@ namespace vosk {
 
 int annotate(const common_options &common, const annotate_options &options);
 int detail(const common_options &common, const detail_options &options);
+int env(const common_options &common, const env_options &options);
 int list(const common_options &common, const list_options &options);
+int push(const common_options &common, const push_options &options);
 int report(const common_options &given, const report_options &options);
 int show(const common_options &common, const show_options &options);
+int show_environment(const common_options &common, const env_options &options);
 int trace(const common_options &common, const trace_options &options);
 int verify(const common_options &common, const verify_options &options);
 

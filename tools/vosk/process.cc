@@ -1,0 +1,176 @@
+#include "process.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <string_view>
+
+#include "include/qx_cu.h"
+#include "reader/escape.h"
+#include "reader/safe_file.h"
+
+namespace vosk {
+
+namespace {
+
+constexpr std::size_t kLongestCommandLine = 65536;
+constexpr int kDeepest = 4096;  // no chain of processes is that long
+
+std::string file_of(pid_t id, const char *name) {
+  return "/proc/" + std::to_string(id) + "/" + name;
+}
+
+std::string content(const std::string &path, std::size_t limit) {
+  const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::string text(limit, '\0');
+  std::size_t size = 0;
+  for (ssize_t n = 1; fd.valid() && n > 0 && size < limit; size += static_cast<std::size_t>(n > 0 ? n : 0))
+    n = read(fd.get(), text.data() + size, limit - size);
+  text.resize(size);
+  return text;
+}
+
+std::string base_name(std::string path) {
+  while (!path.empty() && path.back() == '/') path.pop_back();
+  return path.substr(path.rfind('/') + 1);
+}
+
+// "bash" of "bash-5.2", "zsh5" or "bash (deleted)".
+std::string program_family(const std::string &path) {
+  const std::string name = base_name(path);
+  return name.substr(0, name.find_first_of("-.0123456789 "));
+}
+
+std::string executable_of(pid_t id) {
+  char path[4096];
+  const ssize_t length = readlink(file_of(id, "exe").c_str(), path, sizeof path);
+  return {path, static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
+}
+
+// The length of the control character at the start of `text`, 0 where there is none.
+std::size_t control_length(std::string_view text) {
+  const auto byte = static_cast<unsigned char>(text.front());
+  if (byte < 0x20 || byte == 0x7F) return 1;
+  char32_t code = 0;
+  const std::size_t length = utf8_length(text, &code);
+  return code >= 0x80 && code < 0xA0 ? length : 0;
+}
+
+// The first argument of a shell that is no option: its script. Nothing with -c and -s.
+std::optional<std::string> script_of_shell(const std::vector<std::string> &words) {
+  for (std::size_t i = 1; i < words.size(); ++i) {
+    const std::string &word = words[i];
+    if (word == "--" || word == "-") return i + 1 < words.size() ? std::optional(words[i + 1]) : std::nullopt;
+    if (word.size() < 2 || (word[0] != '-' && word[0] != '+')) return word;
+    if (word.starts_with("--")) {
+      if (word == "--rcfile" || word == "--init-file" || word == "--emulate") ++i;
+      continue;
+    }
+    if (word[0] == '-' && word.find_first_of("cs") != std::string::npos) return std::nullopt;
+    if (word.find_first_of("oO") != std::string::npos) ++i;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<process> find_process(pid_t id) {
+  // The command name, in parentheses, may hold anything; the third field stands behind it.
+  const std::string text = content(file_of(id, "stat"), 4096);
+  const std::size_t name_end = text.rfind(')');
+  if (name_end == std::string::npos) return std::nullopt;
+  std::vector<std::string> fields{"", "", ""};
+  for (std::size_t at = name_end + 1; at < text.size();) {
+    const std::size_t end = std::min(text.find_first_of(" \n", at + 1), text.size());
+    fields.push_back(text.substr(at + 1, end - at - 1));
+    at = end;
+  }
+  if (fields.size() <= 50) return std::nullopt;
+  const auto number = [&](std::size_t field) { return std::strtoull(fields[field].c_str(), nullptr, 10); };
+  process found;
+  found.id = id;
+  found.parent = static_cast<pid_t>(number(4));
+  found.image = {number(26), number(28), number(45), number(48), number(50)};
+  return found;
+}
+
+bool is_ancestor(pid_t ancestor, pid_t id) {
+  for (int depth = 0; depth < kDeepest && id > 0; ++depth) {
+    if (id == ancestor) return true;
+    const auto found = find_process(id);
+    if (!found) return false;
+    id = found->parent;
+  }
+  return false;
+}
+
+bool is_copy_of(const process &id, const process &other) {
+  return id.image.stack != 0 && id.image == other.image && executable_of(id.id) == executable_of(other.id);
+}
+
+bool is_shell(pid_t id) {
+  static constexpr std::string_view kShells[] = {"sh",   "ash",  "bash",  "dash", "ksh",  "lksh", "mksh",
+                                                 "oksh", "posh", "rbash", "rksh", "yash", "zsh"};
+  std::string name = program_family(executable_of(id));
+  if (name == "busybox") {
+    const std::vector<std::string> words = command_line(id);
+    name = words.empty() ? "" : base_name(words.front());
+    if (name.starts_with('-')) name.erase(0, 1);
+  }
+  return std::find(std::begin(kShells), std::end(kShells), name) != std::end(kShells);
+}
+
+std::vector<std::string> command_line(pid_t id) {
+  const std::string text = content(file_of(id, "cmdline"), kLongestCommandLine);
+  std::vector<std::string> words;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\0', at), text.size());
+    words.push_back(text.substr(at, end - at));
+    at = end + 1;
+  }
+  return words;
+}
+
+std::string command_name(pid_t id) {
+  cu_proc_info_t info{};
+  if (cu_get_proc_info_1(&info, id) != 1) return as_process_name("");
+  return as_process_name(base_name(info.command));
+}
+
+std::optional<std::string> script_name(pid_t id) {
+  const std::vector<std::string> words = command_line(id);
+  std::optional<std::string> script;
+  if (is_shell(id)) {
+    script = script_of_shell(words);
+  } else {
+    // Of any other interpreter: the argument that the kernel has named the process after.
+    cu_proc_info_t info{};
+    if (cu_get_proc_info_1(&info, id) != 1) return std::nullopt;
+    constexpr std::size_t kKernelName = 15;
+    for (std::size_t i = 1; i < words.size() && !script; ++i)
+      if (base_name(words[i]).substr(0, kKernelName) == info.command) script = words[i];
+  }
+  if (!script || base_name(*script).empty()) return std::nullopt;
+  return base_name(*script);
+}
+
+std::string as_process_name(const std::string &text) {
+  std::string name;
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::size_t control = control_length(rest);
+    name += control > 0 || rest.front() == '/' ? '_' : rest.front();
+    rest.remove_prefix(std::max<std::size_t>(control, 1));
+  }
+  return name.empty() ? "_" : name;
+}
+
+bool has_control_characters(const std::string &text) {
+  for (std::string_view rest = text; !rest.empty(); rest.remove_prefix(1))
+    if (control_length(rest) > 0) return true;
+  return false;
+}
+
+}  // namespace vosk
