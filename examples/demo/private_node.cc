@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -37,6 +38,28 @@ static void unshare_mounts() {
   write_text("/proc/self/setgroups", "deny");
   write_text("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
   write_text("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
+}
+
+static bool make_private(const char *mount_point) {
+  return mount(nullptr, mount_point, nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+// What is mounted from here on is seen by us only. Below a chroot "/" may be no mount point, and the one that it lies
+// on has no name: a child of ours goes there, by "..", which only ends at a root that one is below of.
+static void keep_mounts_private() {
+  if (make_private("/")) return;
+  require(errno == EINVAL, "private mounts");
+  const pid_t child = fork();
+  require(child >= 0, "private mounts");
+  if (child == 0) {
+    bool done = chdir("/") == 0 && chroot("/dev") == 0;
+    for (int level = 0; done && level < 64; ++level) done = chdir("..") == 0;
+    _exit(done && make_private(".") ? 0 : errno);
+  }
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  errno = WIFEXITED(status) ? WEXITSTATUS(status) : EINTR;
+  require(errno == 0, "private mounts");
 }
 
 // A file or directory that will be covered by a mount and shall be seen at its old place nevertheless.
@@ -81,7 +104,7 @@ static bool lies_below(const std::string &path, const std::string &directory) {
 
 std::string enter_private_node(const std::vector<std::string> &still_needed) {
   unshare_mounts();
-  require(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+  keep_mounts_private();
 
   fs::path covered = "/var/adm/vosk";
   while (!fs::exists(covered)) covered = covered.parent_path();

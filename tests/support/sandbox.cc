@@ -100,9 +100,31 @@ std::string become_root() {
   return "";
 }
 
+bool make_private(const char *mount_point) {
+  return mount(nullptr, mount_point, nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+// Below a chroot "/" may be no mount point, and the one that it lies on has no name: a child goes there, by "..", which
+// only ends at a root that one is below of.
+bool keep_mounts_private() {
+  if (make_private("/")) return true;
+  if (errno != EINVAL) return false;
+  const pid_t child = fork();
+  if (child < 0) return false;
+  if (child == 0) {
+    bool done = chdir("/") == 0 && chroot("/dev") == 0;
+    for (int level = 0; done && level < 64; ++level) done = chdir("..") == 0;
+    _exit(done && make_private(".") ? 0 : errno);
+  }
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  errno = WIFEXITED(status) ? WEXITSTATUS(status) : EINTR;
+  return errno == 0;
+}
+
 std::string private_mounts() {
   if (unshare(CLONE_NEWNS) != 0) return with_errno("unshare mount namespace");
-  if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return with_errno("make mounts private");
+  if (!keep_mounts_private()) return with_errno("make mounts private");
   return make_root();
 }
 
