@@ -19,6 +19,9 @@ quietly() {
   rm -f "$output"
 }
 
+# What ccache needs to know of precompiled headers: they are told apart by their content.
+export CCACHE_SLOPPINESS=pch_defines,time_macros
+
 tests_wanted=no
 
 # need_packages GROUP...: installs what is missing of these groups.
