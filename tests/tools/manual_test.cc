@@ -73,8 +73,8 @@ TEST(ToolPages, TellOfEveryVerbOptionVerdictAndJsonType) {
     EXPECT_THAT(text, HasSubstr("vosk " + verb + "\n")) << "a section of its own";
     for (const std::string &option : options_of(verb)) EXPECT_THAT(text, HasSubstr(option)) << verb;
   }
-  for (const char *source :
-       {"coverage", "report", "reporter", "verify", "list", "lookup", "show", "detail_output", "trace", "annotate"}) {
+  for (const char *source : {"coverage", "report", "reporter", "verify", "list", "lookup", "show", "log_text",
+                             "detail_output", "trace", "annotate"}) {
     const std::string code = *files::read(kSource + "/tools/vosk/" + source + ".cc");
     for (const std::string &type : all_matches(code, "json_line line\\(\"([a-z_]+)\"\\)"))
       EXPECT_THAT(text, HasSubstr(type)) << source;
@@ -107,5 +107,6 @@ TEST(Completion, OffersEveryVerbAndOption) {
   EXPECT_THAT(complete("vkstkrpt --", 1), ElementsAreArray(options_of("report")));
   EXPECT_THAT(complete("vosk report --color = a", 4), testing::ElementsAre("always", "auto"));
   EXPECT_THAT(complete("vosk report -o \"\"", 3), testing::ElementsAre("json", "short", "verbose"));
+  EXPECT_THAT(complete("vosk trace --log jo", 3), testing::ElementsAre("journal"));
   EXPECT_THAT(complete("vosk list " + kSource + "/completi", 2), ElementsAreArray({kSource + "/completion"}));
 }

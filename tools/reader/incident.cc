@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <unordered_map>
 
 #include "identifier.h"
 
@@ -64,9 +65,11 @@ class references {
   std::map<std::string, std::set<std::string>> followers_;
 };
 
+// The recordings of the System Log are known once each already.
 bool same_bytes(const incident_entry &a, const incident_entry &b) {
-  return a.what->size == b.what->size && std::memcmp(a.file->contents.bytes.data() + a.what->offset,
-                                                     b.file->contents.bytes.data() + b.what->offset, a.what->size) == 0;
+  return a.what != nullptr && b.what != nullptr && a.what->size == b.what->size &&
+         std::memcmp(a.file->contents.bytes.data() + a.what->offset, b.file->contents.bytes.data() + b.what->offset,
+                     a.what->size) == 0;
 }
 
 }  // namespace
@@ -77,20 +80,28 @@ std::optional<moment> made_at(const std::string &eid) {
   return moment{id->seconds, static_cast<std::int32_t>(id->microseconds.value_or(0))};
 }
 
-std::vector<incident_entry> entries_of(const std::vector<stack_file> &files) {
+bool is_unidentified(const std::string &eid) noexcept {
+  return !eid.empty() && eid[0] == '\0';
+}
+
+std::vector<incident_entry> entries_of(const std::vector<stack_file> &files, const std::vector<log_record> &logged) {
   std::vector<incident_entry> entries;
-  std::multimap<std::string, std::size_t> known;
-  for (const stack_file &file : files) {
-    for (const record &r : file.contents.records) {
-      if (!r.id) continue;
-      incident_entry entry{std::string(identifier_text(r.eid)), std::string(identifier_text(r.associated)), &file, &r};
-      const auto [first, last] = known.equal_range(entry.eid);
-      const bool copied = std::any_of(first, last, [&](const auto &k) { return same_bytes(entries[k.second], entry); });
-      if (copied) continue;
-      known.emplace(entry.eid, entries.size());
-      entries.push_back(std::move(entry));
-    }
-  }
+  std::unordered_multimap<std::string, std::size_t> known;
+  const auto add = [&](incident_entry entry) {
+    if (entry.eid.empty() && entry.cause.empty()) return;
+    // Records without an identifier are told apart by what they follow from.
+    const std::string key = entry.eid.empty() ? '\0' + entry.cause : entry.eid;
+    const auto [first, last] = known.equal_range(key);
+    const bool copied = std::any_of(first, last, [&](const auto &k) { return same_bytes(entries[k.second], entry); });
+    if (copied) return;
+    known.emplace(key, entries.size());
+    if (entry.eid.empty()) entry.eid = '\0' + std::to_string(entries.size());
+    entries.push_back(std::move(entry));
+  };
+  for (const stack_file &file : files)
+    for (const record &r : file.contents.records)
+      add({r.id ? std::string(identifier_text(r.eid)) : "", std::string(identifier_text(r.associated)), &file, &r});
+  for (const log_record &r : logged) add({r.eid, r.reference, nullptr, nullptr, &r});
   return entries;
 }
 

@@ -7,20 +7,25 @@
 #include <vector>
 
 #include "collection.h"
+#include "log_record.h"
 #include "moment.h"
 
 namespace vosk {
 
-// One recording.
+// One recording, in a stack or in the System Log.
 struct incident_entry {
-  std::string eid;
+  std::string eid;    // a mark that is no identifier where none was made
   std::string cause;  // the identifier that it refers to; empty where it refers to none
   const stack_file *file = nullptr;
   const record *what = nullptr;
+  const log_record *logged = nullptr;
 };
 
-// The recordings of stacks that have an identifier, each once: copies of one record are one recording.
-std::vector<incident_entry> entries_of(const std::vector<stack_file> &files);
+// The recordings that have an identifier or refer to one, each once: copies of one record are one recording.
+std::vector<incident_entry> entries_of(const std::vector<stack_file> &files, const std::vector<log_record> &logged);
+
+// True for the mark of a recording that has no identifier.
+bool is_unidentified(const std::string &eid) noexcept;
 
 // One identifier of an incident, in the order in which a tree is printed.
 struct incident_node {

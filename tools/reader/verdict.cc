@@ -27,6 +27,9 @@ constexpr kind_texts kTexts[] = {
     {verdict_kind::node_not_told, "node_not_told", "the identifier does not tell its node"},
     {verdict_kind::not_searched, "not_searched", "the stacks could not be looked through"},
     {verdict_kind::error_template, "error_template", "the record was made under an error template, not in a stack"},
+    {verdict_kind::not_in_logs, "not_in_logs", "the record is in none of the logs that were searched"},
+    {verdict_kind::logs_not_readable, "logs_not_readable",
+     "the record is in none of the logs that could be read, and others could not"},
     {verdict_kind::not_an_identifier, "not_an_identifier", "this is not an identifier"},
 };
 
@@ -212,6 +215,27 @@ std::optional<evidence> made_after(const identifier &id, const stack_file &file)
   }
   const record *const first = first_record(file.contents);
   return first != nullptr ? if_later("first_record", moment_of(*first->id)) : std::nullopt;
+}
+
+verdict judge_logged(const log_findings &found) {
+  verdict given;
+  const auto add = [&](const char *name, auto value) { given.facts.push_back({name, std::move(value)}); };
+  for (const log_place &place : found.places) {
+    add("log", place.source);
+    add("line", static_cast<std::size_t>(place.line));
+  }
+  for (const log_outcome &source : found.sources) {
+    if (source.result != outcome::read)
+      add("not_readable", source.source + ": " + source.reason);
+    else if (found.records.empty())
+      add("searched", source.source);
+  }
+  if (found.sources.empty()) add("logs_searched", std::size_t{0});
+  if (!found.records.empty())
+    given.kind = found.records.size() == 1 ? verdict_kind::present : verdict_kind::ambiguous;
+  else
+    given.kind = found.all_read() ? verdict_kind::not_in_logs : verdict_kind::logs_not_readable;
+  return given;
 }
 
 verdict judge(const identifier &id, node_test node, const search_places &places, record_search &search) {

@@ -47,19 +47,21 @@ constexpr char kListExamples[] =
     "Exit status: 0 listed, 1 failure, 2 usage, 3 damage seen, 4 nothing to list";
 constexpr char kShowHelp[] =
     "Take an identifier apart and show its record, or say why it cannot be shown. The stacks of this node are looked "
-    "through, and those below each --dir.";
+    "through, and those below each --dir; for an identifier of the System Log, its logs.";
 constexpr char kShowExamples[] =
     "Examples:\n"
     "  PROGRAM 75Oh2...2zIZ/.7S..XO.8....................\n"
     "  PROGRAM --dir COPIES IDENTIFIER    also in copies from other nodes\n"
+    "  PROGRAM --log FILE IDENTIFIER      in a log that was copied or is kept elsewhere\n"
     "Exit status: 0 shown, 1 failure, 2 usage, 3 the record is damaged, 4 there is no record to show";
 constexpr char kTraceHelp[] =
     "Show the whole incident that an identifier belongs to: back to the first cause, and from there everything that "
-    "followed, over all stacks of this node and those below each --dir.";
+    "followed, over all stacks and logs of this node and the stacks below each --dir.";
 constexpr char kTraceExamples[] =
     "Examples:\n"
-    "  PROGRAM IDENTIFIER\n"
-    "  PROGRAM --dir COPIES IDENTIFIER    across nodes\n"
+    "  PROGRAM IDENTIFIER                                  on this node\n"
+    "  PROGRAM --dir COPIES --log COPIES/log IDENTIFIER    across nodes\n"
+    "  PROGRAM --log none IDENTIFIER                       only the stacks\n"
     "Exit status: 0 shown, 1 failure, 2 usage, 3 a record is damaged, 4 nothing has the identifier or refers to it";
 constexpr char kVerifyHelp[] =
     "Name what is damaged in stack files: file, offset, field, value and what is allowed. Of sound files nothing is "
@@ -98,6 +100,11 @@ class annotate_verb : public verb_of<annotate_options> {
   }
 };
 
+void add_logs(CLI::App &app, std::vector<std::string> &logs) {
+  add_list(app, "--log", logs, "Search this log: a file, a directory of logs, -, journal, auto (the default) or none",
+           "LOG");
+}
+
 void add_identifier(CLI::App &app, std::string &identifier, bool &node_only) {
   app.add_option("ID", identifier, "The identifier, 42 characters")->required()->type_name("");
   app.add_flag("--node-only", node_only, "Look into this node's stacks only for identifiers of its addresses");
@@ -110,6 +117,7 @@ class detail_verb : public verb_of<detail_options> {
     add_identifier(app, options_.identifier, options_.node_only);
     app.add_option("-o,--output", options_.output_file, "Write the content to FILE, - for standard output")
         ->type_name("FILE");
+    add_logs(app, options_.logs);
     add_common(app, out.common);
   }
 };
@@ -151,6 +159,7 @@ class show_verb : public verb_of<show_options> {
   show_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kShowExamples, program) {
     add_identifier(app, options_.identifier, options_.node_only);
     app.add_flag("--detail", options_.detail, "Show the detail file that the record cites, too");
+    add_logs(app, options_.logs);
     add_common(app, out.common);
   }
 };
@@ -161,6 +170,7 @@ class trace_verb : public verb_of<trace_options> {
     app.add_option("ID", options_.identifier, "The identifier of any record of the incident")
         ->required()
         ->type_name("");
+    add_logs(app, options_.logs);
     add_common(app, out.common);
   }
 };

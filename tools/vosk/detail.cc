@@ -1,6 +1,7 @@
 // vosk detail: the detail file that an identifier's record cites.
 
 #include "detail_output.h"
+#include "log_text.h"
 #include "lookup.h"
 #include "verbs.h"
 
@@ -9,12 +10,15 @@ namespace vosk {
 int detail(const common_options &common, const detail_options &options) {
   exit_status status;
   output out(common, options.output_file.empty());
-  const lookup looked = look_up(common, options.identifier, options.node_only);
+  const lookup looked = look_up(common, options.identifier, {options.node_only, options.logs, nullptr});
   note_verdict(looked, status);
-  if (looked.search.found().empty()) {
+  print_unreadable_logs(out, common, looked.logged, !options.logs.empty(), status);
+  if (!looked.found()) {
     print_verdict(out, common, looked);
   } else {
-    located_detail found = locate_detail(common, looked.search.found().front());
+    located_detail found = looked.logged.records.empty()
+                               ? locate_detail(common, looked.search.found().front())
+                               : locate_detail(common, looked.logged.records.front(), looked.node);
     const bool is_there = found.kind == located_detail::text ||
                           (found.kind == located_detail::copy && found.file.result == outcome::read);
     if (options.output_file.empty() || !is_there)

@@ -103,20 +103,29 @@ void print_copy(output &out, const located_detail &detail) {
   if (line_open && out.terminal()) out.line("");
 }
 
-}  // namespace
-
-located_detail locate_detail(const common_options &common, const found_record &found) {
+// `elsewhere`: the recording is not known to be of this node, so its copy is looked for among the copies first.
+located_detail locate(const common_options &common, std::string_view text, bool elsewhere) {
   located_detail detail;
-  const std::string_view text = found.what->detail.value_or("");
   if (text.empty()) return detail;
   detail.text_or_path = text;
   const auto name = cited_copy(text);
   detail.kind = name ? located_detail::copy : located_detail::text;
-  if (name && is_copy(*found.file) && !common.copies.empty())
+  if (!name) return detail;
+  if (elsewhere && !common.copies.empty())
     detail.file = find_below(common.copies, *name, detail.text_or_path);
-  else if (name)
+  else
     detail.file = open_copy(kDumpDirectory, *name);
   return detail;
+}
+
+}  // namespace
+
+located_detail locate_detail(const common_options &common, const found_record &found) {
+  return locate(common, found.what->detail.value_or(""), is_copy(*found.file));
+}
+
+located_detail locate_detail(const common_options &common, const log_record &found, node_test node) {
+  return locate(common, found.detail_file, node != node_test::this_node);
 }
 
 void print_detail(output &out, const common_options &common, located_detail &detail, exit_status &status) {

@@ -5,6 +5,8 @@
 #include "exit_status.h"
 #include "options.h"
 #include "output.h"
+#include "reader/log_record.h"
+#include "reader/node.h"
 #include "reader/safe_file.h"
 #include "reader/search.h"
 
@@ -20,6 +22,9 @@ struct located_detail {
 // Finds the detail of a record. A copy is looked for in the node's own directory, or, where the record lies in a copied
 // stack, below the directories of copies.
 located_detail locate_detail(const common_options &common, const found_record &found);
+
+// The same for a recording of the System Log, whose identifier was made on `node`.
+located_detail locate_detail(const common_options &common, const log_record &found, node_test node);
 
 // Says what the detail is, and prints its content. Notes in `status` what is gone or cannot be read.
 void print_detail(output &out, const common_options &common, located_detail &detail, exit_status &status);

@@ -55,7 +55,11 @@ void append_evidence(const evidence &fact, std::string &text) {
 
 }  // namespace
 
-lookup look_up(const common_options &common, const std::string &text, bool node_only) {
+std::vector<std::string> logs_or_usual(const std::vector<std::string> &logs) {
+  return logs.empty() ? std::vector<std::string>{"auto"} : logs;
+}
+
+lookup look_up(const common_options &common, const std::string &text, const lookup_places &where) {
   lookup looked(text);
   std::string why = "its microseconds or its address are not valid";
   const auto id = decode_identifier(text, &why);
@@ -65,7 +69,13 @@ lookup look_up(const common_options &common, const std::string &text, bool node_
   }
   looked.id = id;
   looked.node = test_node(*id, addresses_of_this_node());
-  looked.judged = judge(*id, looked.node, places_for(common, node_only, looked.node), looked.search);
+  if (id->where == location::system_log) {
+    looked.logged = where.already != nullptr ? recordings_of(*where.already, text)
+                                             : find_log_records(logs_or_usual(where.logs), text);
+    looked.judged = judge_logged(looked.logged);
+  } else {
+    looked.judged = judge(*id, looked.node, places_for(common, where.node_only, looked.node), looked.search);
+  }
   return looked;
 }
 
@@ -92,9 +102,9 @@ void print_verdict(output &out, const common_options &common, const lookup &look
 void note_verdict(const lookup &looked, exit_status &status) {
   for (const found_record &r : looked.search.found())
     if (!r.what->intact) status.damage = true;
-  if (looked.judged.kind == verdict_kind::not_searched)
+  if (looked.judged.kind == verdict_kind::not_searched || looked.judged.kind == verdict_kind::logs_not_readable)
     status.failure = true;
-  else if (looked.search.found().empty())
+  else if (!looked.found())
     status.not_found = true;
 }
 

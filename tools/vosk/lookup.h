@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "exit_status.h"
 #include "options.h"
@@ -18,13 +19,26 @@ struct lookup {
   std::string eid;
   std::optional<identifier> id;  // nothing for what is no identifier
   node_test node = node_test::not_told;
-  record_search search;
+  record_search search;  // of a stack's identifier
+  log_findings logged;   // of one of the System Log
   verdict judged;
+
+  bool found() const noexcept { return !search.found().empty() || !logged.records.empty(); }
 };
 
-// Takes `text` apart and looks for its record in the node's stacks (with `node_only` just for identifiers of this
-// node), the stack that the environment names, and the copies.
-lookup look_up(const common_options &common, const std::string &text, bool node_only);
+// Where to look besides the copies. The node's stacks are looked through (with `node_only` just for identifiers of this
+// node), and the stack that the environment names; `logs` only for identifiers of the System Log.
+struct lookup_places {
+  bool node_only = false;
+  std::vector<std::string> logs;          // empty: the usual ones
+  const log_findings *already = nullptr;  // what the logs hold, where they were read before
+};
+
+// Takes `text` apart and looks for its record.
+lookup look_up(const common_options &common, const std::string &text, const lookup_places &places);
+
+// The logs that were asked for, or the usual ones.
+std::vector<std::string> logs_or_usual(const std::vector<std::string> &logs);
 
 // Prints what the identifier says and the verdict.
 void print_verdict(output &out, const common_options &common, const lookup &looked);

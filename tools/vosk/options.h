@@ -44,6 +44,7 @@ struct report_options {
 
 struct trace_options {
   std::string identifier;
+  std::vector<std::string> logs;  // --log
 };
 
 struct verify_options {
@@ -56,6 +57,7 @@ struct annotate_options {
 
 struct detail_options {
   std::string identifier, output_file;
+  std::vector<std::string> logs;
   bool node_only = false;
 };
 
@@ -66,6 +68,7 @@ struct list_options {
 
 struct show_options {
   std::string identifier;
+  std::vector<std::string> logs;
   bool node_only = false, detail = false;
 };
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "field_text.h"
 #include "include/qx_cu.h"
 #include "reader/moment.h"
 
@@ -12,19 +13,8 @@ namespace vosk {
 
 namespace {
 
-constexpr std::string_view kNothing = "-";
-constexpr std::size_t kLabelWidth = 16;
-
 std::string_view or_empty(const std::optional<std::string_view> &text) {
   return text.value_or(std::string_view());
-}
-
-std::string or_dash(const std::string &text) {
-  return text.empty() ? std::string(kNothing) : text;
-}
-
-std::string number_text(const std::optional<std::uint32_t> &value) {
-  return value ? std::to_string(*value) : std::string(kNothing);
 }
 
 std::string_view bits_of(const std::uint64_t &value) {
@@ -37,11 +27,6 @@ std::string real_text(std::uint64_t bits) {
   if (!std::isfinite(value)) return std::isnan(value) ? "nan" : value < 0 ? "-inf" : "inf";
   std::array<char, 40> text{};
   return {text.data(), std::to_chars(text.data(), text.data() + text.size(), value).ptr};
-}
-
-std::string hex_text(std::uint64_t bits) {
-  std::array<char, 20> text{};
-  return "0x" + std::string(text.data(), std::to_chars(text.data(), text.data() + text.size(), bits, 16).ptr);
 }
 
 const char *type_name(std::uint32_t type) {
@@ -120,19 +105,6 @@ void text_member(json_object &object, std::string_view name, const std::optional
 
 void number_member(json_object &object, std::string_view name, const std::optional<std::uint32_t> &value) {
   if (value) object.number(name, *value);
-}
-
-// "Label           value"; further lines of the value stand under its first.
-void add_field(std::string &block, std::string_view label, std::string_view value) {
-  const std::string margin(kLabelWidth + 2, ' ');
-  std::string lead = "  " + std::string(label);
-  lead.resize(margin.size(), ' ');
-  do {
-    const std::size_t end = value.find('\n');
-    block += lead + std::string(value.substr(0, end)) + "\n";
-    value.remove_prefix(end == std::string_view::npos ? value.size() : end + 1);
-    lead = margin;
-  } while (!value.empty());
 }
 
 std::string first_line(const std::string &text) {

@@ -1,6 +1,7 @@
 // vosk show: what an identifier says, and the record that it belongs to, or why it cannot be shown.
 
 #include "detail_output.h"
+#include "log_text.h"
 #include "lookup.h"
 #include "reader/description.h"
 #include "record_text.h"
@@ -23,12 +24,23 @@ void print_record(output &out, const common_options &common, const found_record 
   }
 }
 
+void print_record(output &out, const common_options &common, const log_record &r) {
+  if (common.json) {
+    json_line line("log_record");
+    log_members(line, r);
+    out.write(line.take());
+  } else {
+    out.line("");
+    out.write(log_block(out, common, r));
+  }
+}
+
 }  // namespace
 
 int show(const common_options &common, const show_options &options) {
   exit_status status;
   output out(common, true);
-  const lookup looked = look_up(common, options.identifier, options.node_only);
+  const lookup looked = look_up(common, options.identifier, {options.node_only, options.logs, nullptr});
   print_verdict(out, common, looked);
   note_verdict(looked, status);
   describer descriptions;
@@ -40,6 +52,13 @@ int show(const common_options &common, const show_options &options) {
     located_detail detail = locate_detail(common, found[i]);
     print_detail(out, common, detail, status);
   }
+  for (const log_record &r : looked.logged.records) {
+    print_record(out, common, r);
+    if (!options.detail) continue;
+    located_detail detail = locate_detail(common, r, looked.node);
+    print_detail(out, common, detail, status);
+  }
+  print_unreadable_logs(out, common, looked.logged, !options.logs.empty(), status);
   if (!out.finish()) status.failure = true;
   return status.value();
 }

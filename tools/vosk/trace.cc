@@ -1,8 +1,12 @@
 // vosk trace: the whole incident that an identifier belongs to.
 
+#include <algorithm>
+#include <iterator>
+
 #include "coverage.h"
 #include "exit_status.h"
 #include "identifier_text.h"
+#include "log_text.h"
 #include "lookup.h"
 #include "output.h"
 #include "reader/description.h"
@@ -23,10 +27,17 @@ struct branch_signs {
 constexpr branch_signs kLines = {"├─ ", "└─ ", "│  ", "   "};
 constexpr branch_signs kPlain = {"|- ", "`- ", "|  ", "   "};
 
+std::vector<const incident_entry *> of_kind(const std::vector<const incident_entry *> &entries, bool logged) {
+  std::vector<const incident_entry *> some;
+  std::copy_if(entries.begin(), entries.end(), std::back_inserter(some),
+               [&](const incident_entry *entry) { return (entry->logged != nullptr) == logged; });
+  return some;
+}
+
 class incident_printer {
  public:
-  incident_printer(const common_options &common, output &out, const std::string &asked)
-      : common_(common), out_(out), asked_(asked), signs_(out.utf8() ? kLines : kPlain) {}
+  incident_printer(const common_options &common, output &out, const std::string &asked, const log_findings &logged)
+      : common_(common), out_(out), asked_(asked), logged_(logged), signs_(out.utf8() ? kLines : kPlain) {}
 
   // Nodes come in the order of the tree.
   void print(const incident_node &node) {
@@ -63,7 +74,13 @@ class incident_printer {
       return time_text(at->seconds, static_cast<std::uint32_t>(at->microseconds),
                        common_.utc ? zone::utc : zone::local);
     const std::int64_t difference = microseconds_between(*before, *at);
-    return (difference < 0 ? "" : "+") + duration_text(difference);
+    return (difference < 0 ? "" : "+") + duration_text(difference) + clock_note(node, *cause, difference);
+  }
+
+  // Nothing follows from what has not happened yet.
+  static std::string clock_note(const incident_node &node, const std::string &cause, std::int64_t difference) {
+    if (difference >= 0) return {};
+    return other_node(node, &cause).empty() ? " (the clock went back)" : " (the nodes' clocks differ)";
   }
 
   // Where it was recorded, if that is another node than its cause's.
@@ -77,7 +94,8 @@ class incident_printer {
     const std::string start = lead + out_.painted(style::time, when(node, cause));
     const std::string mark =
         std::string(node.eid == asked_ ? " <- asked for" : "") + (node.refers_to_itself ? " (refers to itself)" : "");
-    const std::string eid = out_.painted(style::identifier, out_.safe(node.eid));
+    const std::string eid =
+        is_unidentified(node.eid) ? "(no identifier)" : out_.painted(style::identifier, out_.safe(node.eid));
     if (node.repeated) {
       out_.line(start + " (above already) " + eid);
       return;
@@ -86,16 +104,15 @@ class incident_printer {
       out_.line(start + " " + out_.painted(style::damage, missing_text(node.eid)) + other_node(node, cause) + " " +
                 eid + mark);
     for (const incident_entry *entry : node.entries) {
-      const record &r = *entry->what;
-      const std::string description = descriptions_.description(r);
       std::string line = start;
       line += ' ';
-      line += out_.painted(style::process, process_text(out_, r));
+      line += out_.painted(style::process, entry->logged != nullptr ? process_text(out_, *entry->logged)
+                                                                    : process_text(out_, *entry->what));
       line += other_node(node, cause);
       line += ' ';
-      line += source_text(out_, r);
+      line += entry->logged != nullptr ? source_text(out_, *entry->logged) : source_text(out_, *entry->what);
       line += ' ';
-      line += out_.safe(description.substr(0, description.find('\n')));
+      line += out_.safe(first_line_of(*entry));
       line += ' ';
       line += eid;
       line += mark;
@@ -103,14 +120,24 @@ class incident_printer {
     }
   }
 
+  std::string first_line_of(const incident_entry &entry) {
+    const std::string text = entry.logged != nullptr ? entry.logged->message : descriptions_.description(*entry.what);
+    return text.substr(0, text.find('\n'));
+  }
+
+  verdict_kind why_missing(const std::string &eid) { return look_up(common_, eid, {false, {}, &logged_}).judged.kind; }
+
   std::string missing_text(const std::string &eid) {
-    const lookup looked = look_up(common_, eid, false);
-    return "(no record: " + std::string(name_of(looked.judged.kind)) + ")";
+    return "(no record: " + std::string(name_of(why_missing(eid))) + ")";
   }
 
   void print_json(const incident_node &node, const std::string *cause) {
     json_line line("trace");
-    line.text("identifier", node.eid).number("depth", node.depth);
+    if (is_unidentified(node.eid))
+      line.null("identifier");
+    else
+      line.text("identifier", node.eid);
+    line.number("depth", node.depth);
     if (cause != nullptr)
       line.text("follows_from", *cause);
     else
@@ -120,10 +147,15 @@ class incident_printer {
     const auto at = made_at(node.eid), before = cause != nullptr ? made_at(*cause) : std::nullopt;
     if (at && before) line.number("microseconds_later", microseconds_between(*before, *at));
     if (!node.repeated) {
-      if (node.entries.empty()) line.text("verdict", name_of(look_up(common_, node.eid, false).judged.kind));
-      line.array("records", node.entries, [&](const incident_entry *entry, std::string &text) {
+      if (node.entries.empty()) line.text("verdict", name_of(why_missing(node.eid)));
+      line.array("records", of_kind(node.entries, false), [&](const incident_entry *entry, std::string &text) {
         json_object object(text);
         record_members(object, {&entry->file->path, entry->what}, descriptions_.description(*entry->what));
+        object.close();
+      });
+      line.array("log_records", of_kind(node.entries, true), [&](const incident_entry *entry, std::string &text) {
+        json_object object(text);
+        log_members(object, *entry->logged);
         object.close();
       });
     }
@@ -133,6 +165,7 @@ class incident_printer {
   const common_options &common_;
   output &out_;
   const std::string &asked_;
+  const log_findings &logged_;
   const branch_signs &signs_;
   describer descriptions_;
   std::vector<step> path_;
@@ -148,23 +181,25 @@ int trace(const common_options &common, const trace_options &options) {
   for (const std::string &name : names_to_read({}, common))
     if (name != kStackDirectory) names.push_back(name);
   const collection found = read_names(names);
-  const std::vector<incident_entry> entries = entries_of(found.stacks);
+  const log_findings logged = all_log_records(logs_or_usual(options.logs));
+  const std::vector<incident_entry> entries = entries_of(found.stacks, logged.records);
   const std::vector<incident_node> tree = trace_incident(entries, eid);
   if (tree.empty()) {
-    const lookup looked = look_up(common, eid, false);
+    const lookup looked = look_up(common, eid, {false, options.logs, &logged});
     print_verdict(out, common, looked);
     note_verdict(looked, status);
   }
-  incident_printer printer(common, out, eid);
+  incident_printer printer(common, out, eid, logged);
   for (const incident_node &node : tree) {
     if (out.closed()) break;
     printer.print(node);
     for (const incident_entry *entry : node.entries)
-      if (!entry->what->intact) status.damage = true;
+      if (entry->what != nullptr && !entry->what->intact) status.damage = true;
   }
   for (const refused_file &file : found.refused)
     if (file.failed) status.failure = true;
   if (status.failure) print_refused(out, common, found, status);
+  print_unreadable_logs(out, common, logged, !options.logs.empty(), status);
   if (!out.finish()) status.failure = true;
   return status.value();
 }

@@ -1,0 +1,88 @@
+#include "log_search.h"
+
+#include <algorithm>
+#include <unordered_map>
+
+namespace vosk {
+
+namespace {
+
+constexpr std::size_t kMostPlaces = 16;
+// What the recordings of an incident may take in memory; a line has at most about 1 KiB of it.
+constexpr std::size_t kMostBytes = 256u << 20;
+
+std::size_t bytes_of(const log_record &r) {
+  return sizeof r + r.source.size() + r.eid.size() + r.reference.size() + r.detail_file.size() + 2 * r.location.size() +
+         r.message.size() + r.process.size() + r.host.size();
+}
+
+// Keeps each recording once.
+class recordings {
+ public:
+  explicit recordings(log_findings &found) : found_(found) {}
+
+  // False if no more can be held.
+  bool add(log_record &&r) {
+    const std::string &key = r.eid.empty() ? r.message : r.eid;
+    const auto [first, last] = known_.equal_range(std::hash<std::string>()(key));
+    const bool held =
+        std::any_of(first, last, [&](const auto &entry) { return same_recording(found_.records[entry.second], r); });
+    if (held) return true;
+    bytes_ += bytes_of(r);
+    if (bytes_ > kMostBytes) {
+      found_.too_many = true;
+      return false;
+    }
+    known_.emplace(std::hash<std::string>()(key), found_.records.size());
+    found_.records.push_back(std::move(r));
+    return true;
+  }
+
+ private:
+  log_findings &found_;
+  std::unordered_multimap<std::size_t, std::size_t> known_;
+  std::size_t bytes_ = 0;
+};
+
+}  // namespace
+
+bool log_findings::all_read() const noexcept {
+  return std::all_of(sources.begin(), sources.end(),
+                     [](const log_outcome &source) { return source.result == outcome::read; });
+}
+
+log_findings find_log_records(const std::vector<std::string> &sources, std::string_view eid) {
+  log_findings found;
+  recordings kept(found);
+  found.sources = for_each_log_line(sources, [&](const log_line &line) {
+    auto r = parse_log_record(line);
+    if (!r || r->eid != eid) return true;
+    if (found.places.size() < kMostPlaces) found.places.push_back({r->source, r->line});
+    return kept.add(*std::move(r));
+  });
+  return found;
+}
+
+log_findings recordings_of(const log_findings &all, std::string_view eid) {
+  log_findings found;
+  found.sources = all.sources;
+  found.too_many = all.too_many;
+  for (const log_record &r : all.records) {
+    if (r.eid != eid) continue;
+    found.records.push_back(r);
+    found.places.push_back({r.source, r.line});
+  }
+  return found;
+}
+
+log_findings all_log_records(const std::vector<std::string> &sources) {
+  log_findings found;
+  recordings kept(found);
+  found.sources = for_each_log_line(sources, [&](const log_line &line) {
+    auto r = parse_log_record(line);
+    return !r || kept.add(*std::move(r));
+  });
+  return found;
+}
+
+}  // namespace vosk
