@@ -147,14 +147,36 @@ files::TemporaryDirectory *Install::folder_ = nullptr;
 std::string Install::prefix_, Install::printed_;
 
 TEST_F(Install, PutsEverythingWhereItsUsersLook) {
-  for (const char *name :
-       {"include/qx_vosk.h", "include/qx_vosk_macros.h", "include/qx_vosk.hpp", "include/qx_cu.h",
-        QX_LIBDIR "/libqx_vosk.so", QX_LIBDIR "/libqx_vosk.so.1", QX_LIBDIR "/libqx_cu.so.1",
-        QX_LIBDIR "/pkgconfig/qx_vosk.pc", QX_LIBDIR "/pkgconfig/qx_cu.pc",
-        QX_LIBDIR "/cmake/qx_vosk/qx_voskConfig.cmake", "bin/vosk", "bin/vkstkrpt", "lib/tmpfiles.d/qx_vosk.conf",
-        "share/locale/C/LC_MESSAGES/vosk.cat", "share/locale/de/LC_MESSAGES/vosk.cat", "share/man/man3/vk_init_1.3",
-        "share/man/man7/libqx_vosk.7", "share/doc/qx_vosk/examples/record_to_stack.c"})
+  for (const char *name : {"include/qx_vosk.h",
+                           "include/qx_vosk_macros.h",
+                           "include/qx_vosk.hpp",
+                           "include/qx_cu.h",
+                           QX_LIBDIR "/libqx_vosk.so",
+                           QX_LIBDIR "/libqx_vosk.so.1",
+                           QX_LIBDIR "/libqx_cu.so.1",
+                           QX_LIBDIR "/pkgconfig/qx_vosk.pc",
+                           QX_LIBDIR "/pkgconfig/qx_cu.pc",
+                           QX_LIBDIR "/cmake/qx_vosk/qx_voskConfig.cmake",
+                           "bin/vosk",
+                           "bin/vkstkrpt",
+                           "lib/tmpfiles.d/qx_vosk.conf",
+                           "share/locale/C/LC_MESSAGES/vosk.cat",
+                           "share/locale/en/LC_MESSAGES/vosk.cat",
+                           "share/man/man3/vk_init_1.3",
+                           "share/man/man3/cu_set_error_1.3",
+                           "share/man/man1/vosk.1",
+                           "share/man/man5/vosk-stack.5",
+                           "share/man/man7/libqx_vosk.7",
+                           "share/bash-completion/completions/vosk",
+                           "share/bash-completion/completions/vkstkrpt",
+                           "share/doc/qx_vosk/examples/record_to_stack.c"})
     EXPECT_TRUE(fs::exists(prefix_ + "/" + name)) << name;
+  for (const std::string &language : files::list(QX_SOURCE_DIR "/messages"))
+    if (fs::is_directory(QX_SOURCE_DIR "/messages/" + language)) {
+      EXPECT_TRUE(fs::exists(prefix_ + "/share/locale/" + language + "/LC_MESSAGES/vosk.cat")) << language;
+    }
+  for (const std::string &page : files::list(QX_SOURCE_DIR "/man"))
+    EXPECT_TRUE(fs::exists(prefix_ + "/share/man/man" + page.back() + "/" + page)) << page;
 }
 
 TEST_F(Install, ServesEveryLanguageAndEveryWayToFindIt) {
@@ -277,9 +299,40 @@ TEST_F(Install, OfAnotherPrefixPrintsTheVariableThatMakesItsCataloguesFound) {
 
 TEST_F(Install, LeavesTheRunningSystemAloneUnlessItIsForIt) {
   EXPECT_THAT(printed_, HasSubstr("Records need the directories /var/adm/vosk/stacks and /var/adm/vosk/dumps"));
-  EXPECT_EQ(files::read(prefix_ + "/lib/tmpfiles.d/qx_vosk.conf").value_or("").find("\nd /var/adm/vosk/stacks 1777") ==
-                std::string::npos,
-            false);
+}
+
+TEST_F(Install, HasALineForEachDirectoryWithoutAnAgeAndOneWithAnAgeAsAComment) {
+  const std::string lines = files::read(prefix_ + "/lib/tmpfiles.d/qx_vosk.conf").value_or("");
+  EXPECT_THAT(all_groups(lines, "^([^#].*)$"),
+              ElementsAre("d /var/adm/vosk        0755 root root -", "d /var/adm/vosk/stacks 1777 root root -",
+                          "d /var/adm/vosk/dumps  1777 root root -"));
+  EXPECT_THAT(all_groups(lines, "^#d (/var/adm/vosk/[a-z]+) +1777 root root [0-9]+d$"),
+              ElementsAre("/var/adm/vosk/stacks", "/var/adm/vosk/dumps"));
+}
+
+// The last step of an installation for the running system, which in here has a /var/adm/vosk of its own.
+TEST_F(Install, OfASystemPrefixMakesTheDirectoriesByTmpfilesWhereItIsThereAndByItselfElsewhere) {
+  const std::string asked = *folder_ / "asked", tmpfiles = *folder_ / "tmpfiles";
+  ASSERT_TRUE(files::write(tmpfiles, "#!/bin/sh\necho \"$*\" >" + asked + "\n"));
+  fs::permissions(tmpfiles, fs::perms::owner_all);
+  const auto last_step = [](const std::string &prefix, const std::string &found) {
+    fs::remove("/var/adm/vosk/stacks");
+    fs::remove("/var/adm/vosk/dumps");
+    return run("umask 077; unset DESTDIR; " QX_CMAKE " -DCMAKE_INSTALL_PREFIX=" + prefix +
+               " -DQX_LOCALEDIR=share/locale -DSYSTEMD_TMPFILES=" + found +
+               " -P " QX_SOURCE_DIR "/cmake/install/after_install.cmake");
+  };
+  for (const char *prefix : {"/usr", "/usr/local"}) {
+    SCOPED_TRACE(prefix);
+    EXPECT_EQ(last_step(prefix, tmpfiles).status, 0);
+    EXPECT_EQ(files::read(asked), std::string("--create ") + prefix + "/lib/tmpfiles.d/qx_vosk.conf\n");
+    EXPECT_FALSE(fs::exists("/var/adm/vosk/stacks"));
+    EXPECT_EQ(last_step(prefix, "OFF").status, 0);
+    EXPECT_EQ(run("stat -c '%a %U' /var/adm/vosk/stacks /var/adm/vosk/dumps").output, "1777 root\n1777 root\n");
+  }
+  EXPECT_EQ(last_step("/opt/vosk", "OFF").status, 0);
+  EXPECT_FALSE(fs::exists("/var/adm/vosk/stacks"));
+  sandbox::fresh({});
 }
 
 TEST_F(Install, HasHardenedTools) {
