@@ -204,6 +204,25 @@ TEST(ManPages, TellOfEveryTypeOfAnArgument) {
                 HasSubstr("\n.It " + type.substr(type.find(' ') + 1) + " Dv " + type.substr(0, type.find(' ')) + "\n"));
 }
 
+TEST(ManPages, TellOfEveryEventTypeFlagAndOptionByItsValue) {
+  std::string texts;
+  for (const std::string &name : own_pages("3")) texts += contents(kPages + name);
+  const std::string header = contents(QX_SOURCE_DIR "/include/qx_vosk.h");
+  const std::string numbers = header.substr(header.find("---- Log event types"));
+  const auto flags = all_groups(numbers, "^  (VK_FLAG_[A-Z_]+) = [0-9]+,");
+  ASSERT_EQ(flags.size(), std::size_t{VK_FLAG_COUNT});
+  for (std::size_t flag = 0; flag < flags.size(); ++flag)
+    EXPECT_THAT(texts, HasSubstr("\n.It " + std::to_string(flag) + " Dv " + flags[flag] + "\n"));
+  const auto names = all_groups(numbers, "^#define ((VOSK|VK)_[A-Z_]+ [0-9]+)");
+  ASSERT_GE(names.size(), 17U);
+  const std::set<std::string> sizes = {"VK_EID_SIZE", "VK_MESSAGE_COUNT", "VK_ADDRESS_SLOT", "VK_ADDRESS_MAX"};
+  for (const std::string &define : names) {
+    const std::string name = define.substr(0, define.find(' ')), value = define.substr(name.size() + 1);
+    if (sizes.contains(name)) continue;
+    EXPECT_THAT(texts, HasSubstr("\n.It " + value + " Dv " + name + "\n")) << name;
+  }
+}
+
 TEST(MessagesPage, HasEveryCodeOfTheHeaderWithItsValue) {
   const std::string text = contents(kPages + "vosk_messages.7");
   const std::string header = contents(QX_SOURCE_DIR "/include/qx_vosk.h");
