@@ -166,6 +166,37 @@ TEST(Stack, FollowsTheRulesForFieldsThatFindNoRoom) {
   }
 }
 
+// Any text can take the room of the numbers behind it: they are skipped, and shorter texts still follow them.
+TEST(Stack, AcceptsEveryRecordWhoseNumbersFoundNoRoom) {
+  const std::pair<const char *, std::string builder::record::*> texts[] = {
+      {"process", &builder::record::process},     {"source", &builder::record::source},
+      {"version", &builder::record::version},     {"product", &builder::record::product},
+      {"catalogue", &builder::record::catalogue}, {"default text", &builder::record::default_text}};
+  const std::vector<builder::argument> arguments[] = {{}, {{1, "", 5}, {5, "text"}, {5, ""}, {6, "", 1}}};
+  for (const auto &[name, text] : texts) {
+    for (std::size_t length = 700; length < 1020; ++length) {
+      for (const std::vector<builder::argument> &given : arguments) {
+        for (const char *detail : {"", "detail"}) {
+          builder::record r;
+          r.arguments = given;
+          r.detail = detail;
+          r.*text = std::string(length, 'x');
+          const builder::bytes bytes = builder::record_bytes(r);
+          if (bytes.size() < 1012) continue;
+          builder::model m;
+          ASSERT_TRUE(m.push(bytes));
+          ASSERT_TRUE(m.push(builder::record_bytes(builder::record().at(1700000001, 0))));
+          const vosk::stack stack = read(m.file());
+          ASSERT_THAT(damages(stack), IsEmpty()) << name << " of " << length;
+          ASSERT_EQ(stack.records.size(), 2u) << name << " of " << length;
+          ASSERT_TRUE(stack.records[0].intact);
+          ASSERT_EQ(stack.records[0].size, bytes.size());
+        }
+      }
+    }
+  }
+}
+
 TEST(Stack, ShowsARecordWithoutIdentifier) {
   builder::model m;
   builder::record r;

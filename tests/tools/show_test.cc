@@ -367,18 +367,10 @@ TEST(Show, FindsOneOfTenThousandStacksInTime) {
       if (i == 7000) eid = builder::stack_eid(inode, now, 7);
     }
     const auto fastest = [&](const std::vector<std::string> &arguments) {
-      double best = 1e9;
-      for (int i = 0; i < 7; ++i) {
-        timespec before{}, after{};
-        clock_gettime(CLOCK_MONOTONIC, &before);
-        const tool::result r = tool::run(arguments);
-        clock_gettime(CLOCK_MONOTONIC, &after);
+      return tool::milliseconds_of(arguments, [](const tool::result &r) {
         EXPECT_EQ(r.status, 0);
         EXPECT_THAT(r.out, HasSubstr("daemon.7000."));
-        best = std::min(best, static_cast<double>(after.tv_sec - before.tv_sec) * 1e3 +
-                                  static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e6);
-      }
-      return best;
+      });
     };
     const double by_inode = fastest({"vosk", "show", eid});
     ASSERT_EQ(rename(sandbox::kStacks, "/var/adm/vosk/copies"), 0);

@@ -2,6 +2,7 @@
 #ifndef TESTS_TOOLS_TOOL_H
 #define TESTS_TOOLS_TOOL_H
 
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -30,6 +31,10 @@ struct options {
 
 // `arguments[0]` is "vosk" or "vkstkrpt".
 result run(const std::vector<std::string> &arguments, const options &how = {});
+
+// The processor time of the fastest of several runs, in milliseconds: what a command needs, whatever else this machine
+// does. Each result is handed to `check`.
+double milliseconds_of(const std::vector<std::string> &arguments, const std::function<void(const result &)> &check);
 
 // The lines of `text` as JSON; a line that is none is a failure of the test.
 std::vector<nlohmann::json> json_lines(const std::string &text);

@@ -4,8 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <ctime>
-
+#include "proof/instrumented.h"
 #include "qx_vosk.h"
 #include "support/files.h"
 #include "support/sandbox.h"
@@ -186,17 +185,12 @@ TEST_F(Trace, IsDoneInTimeForAThousandRecordsInFiftyStacks) {
     for (std::uint64_t i = 0; i < 20; ++i)
       eids.push_back(s.record("p", 100 * n + i, eids.empty() ? "" : eids[eids.size() * 7 / 8]));
   }
-  double best = 1e9;
-  for (int i = 0; i < 5; ++i) {
-    timespec before{}, after{};
-    clock_gettime(CLOCK_MONOTONIC, &before);
-    const tool::result r = tool::run({"vosk", "trace", "--dir", dir_.path(), eids.back()});
-    clock_gettime(CLOCK_MONOTONIC, &after);
-    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1000);
-    best = std::min(best, static_cast<double>(after.tv_sec - before.tv_sec) * 1e3 +
-                              static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e6);
-  }
-  EXPECT_LT(best, 200);
+  const double milliseconds = tool::milliseconds_of(
+      {"vosk", "trace", "--dir", dir_.path(), eids.back()},
+      [](const tool::result &r) { EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1000); });
+  std::printf("milliseconds: %.0f\n", milliseconds);
+  if (proof::kInstrumented) return;  // the time is the sanitizer's
+  EXPECT_LT(milliseconds, 200);
 }
 
 TEST_F(Trace, HasAnExitStatusForEveryOutcome) {
