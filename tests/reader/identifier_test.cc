@@ -9,6 +9,7 @@
 #include <random>
 
 #include "reader/builder.h"
+#include "reader/ordinary_text.h"
 #include "tools/reader/identifier_scan.h"
 
 namespace {
@@ -146,36 +147,9 @@ TEST(Scan, TakesOnlyTimesFrom1990ToTomorrow) {
 
 // 64 MB of what logs hold: words, paths, hashes, keys, mail in base 64.
 TEST(Scan, FindsNoneInOrdinaryLogsAndIsFast) {
-  std::mt19937 random(9);
-  const std::string alphabet(vosk::kDigitCharacters), base64 = alphabet.substr(2) + "+/";
-  const auto digits_of = [&](const std::string &from, std::size_t n) {
-    std::string out(n, ' ');
-    for (char &c : out) c = from[random() % 64];
-    return out;
-  };
+  builder::ordinary_text lines(9);
   std::string text;
-  while (text.size() < (std::size_t{64} << 20)) {
-    switch (random() % 6) {
-      case 0:
-        text += "Nov 14 22:13:20 host daemon[4711]: cannot open /usr/lib/x86_64-linux-gnu/thing.so.1: No such file\n";
-        break;
-      case 1:
-        text += "user:$6$" + digits_of(alphabet, 16) + "$" + digits_of(alphabet, 86) + ":19000:0:99999:7:::\n";
-        break;
-      case 2:
-        text += digits_of(base64, 76) + "\r\n";
-        break;
-      case 3:
-        text += "ssh-rsa " + digits_of(base64, 372) + " user@host\n";
-        break;
-      case 4:
-        text += "................................................................................ ok\n";
-        break;
-      default:
-        text += "/" + digits_of(alphabet, 100) + "/a/b/c/../../" + digits_of(alphabet, 200) + "\n";
-        break;
-    }
-  }
+  while (text.size() < (std::size_t{64} << 20)) lines.append_line(text);
   const std::clock_t start = std::clock();
   EXPECT_THAT(scan(text), testing::IsEmpty());
   const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;

@@ -4,9 +4,12 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <random>
 
 #include "proof/instrumented.h"
+#include "proof/soak.h"
+#include "reader/ordinary_text.h"
 #include "support/files.h"
 #include "support/sandbox.h"
 #include "tools/tool.h"
@@ -129,6 +132,57 @@ TEST(Annotate, NeedsNoMoreMemoryForALongerText) {
   if (proof::kInstrumented) GTEST_SKIP() << "a sanitizer's memory is not the program's";
   // Children that ran before need less; a child begins as a copy of this process, so the text's size counts.
   EXPECT_LT(usage.ru_maxrss, (64 + 64 + 80) * 1024L);
+}
+
+// 1 GB under "./dev soak annotate_test", else a part of it: no identifier where none is, all that were planted, in time
+// and in little memory.
+TEST(Annotate, FindsWhatWasPlantedInOrdinaryLogsAndNothingElse) {
+  const std::string beside[] = {".",    "/",   "'", "\"",  ":::",       "#012", "\x1b[31m", "\x1b[0m",  "\r\n", "\n",
+                                "...7", "//8", "a", "zzz", "2615-000 ", "=",    ")",        "\xc3\xbc", "",     "\t"};
+  const std::size_t wanted = proof::soaking() ? std::size_t{1} << 30 : std::size_t{24} << 20, planted = 10000;
+  files::TemporaryDirectory dir;
+  std::vector<std::string> expected;
+  std::size_t size = 0;
+  {
+    builder::ordinary_text lines(proof::seed());
+    std::mt19937 random(proof::seed());
+    std::ofstream file(dir / "text");
+    std::string block;
+    for (std::size_t i = 0; i < planted; ++i) {
+      block.clear();
+      while (size + block.size() < wanted / planted * i) lines.append_line(block);
+      const std::uint32_t address = static_cast<std::uint32_t>(random());
+      expected.push_back(builder::stack_eid(random() % 50000000, 1000000000 + random() % 700000000,
+                                            static_cast<std::uint32_t>(random() % 1000000),
+                                            builder::digits(address, 6) + "..................."));
+      block += beside[random() % std::size(beside)] + expected.back() + beside[random() % std::size(beside)] + "\n";
+      file << block;
+      size += block.size();
+    }
+    ASSERT_TRUE(file.flush());
+  }
+  rusage before{}, after{};
+  ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &before), 0);
+  ASSERT_EQ(tool::run({"vosk", "annotate", dir / "text"}, tool::options::to(dir / "annotated")).status, 0);
+  ASSERT_EQ(getrusage(RUSAGE_CHILDREN, &after), 0);
+  const auto seconds = [](const timeval &from, const timeval &to) {
+    return static_cast<double>(to.tv_sec - from.tv_sec) + static_cast<double>(to.tv_usec - from.tv_usec) / 1e6;
+  };
+  const double spent = seconds(before.ru_utime, after.ru_utime) + seconds(before.ru_stime, after.ru_stime);
+
+  std::ifstream annotated(dir / "annotated");
+  std::size_t found = 0;
+  for (std::string line; std::getline(annotated, line);) {
+    if (line.compare(0, 6, "    ^ ") != 0) continue;
+    ASSERT_LT(found, planted);
+    ASSERT_EQ(line.substr(6, 42), expected[found++]);
+  }
+  EXPECT_EQ(found, planted);
+  const double per_gigabyte = spent / static_cast<double>(size) * (1 << 30);
+  std::printf("seconds for 1 GiB: %.1f; kilobytes: %ld\n", per_gigabyte, after.ru_maxrss);
+  if (proof::kInstrumented) return;  // time and memory are the sanitizer's
+  EXPECT_LT(per_gigabyte, 10);
+  EXPECT_LT(after.ru_maxrss, 300 * 1024) << "of all children of this program";
 }
 
 TEST(Annotate, HasAnExitStatusForEveryOutcome) {
