@@ -1,5 +1,6 @@
 #include "arguments.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "exit_status.h"
@@ -23,6 +24,20 @@ int finish(const CLI::App &app, const CLI::ParseError &error) {
       std::cout << failing_commands(kExitUsage) << std::flush;
   std::cerr << app.get_name() << ": " << error.what() << "\nTry '" << app.get_name() << " --help'.\n";
   return kExitUsage;
+}
+
+// The words as the parser takes them, the last one first. It takes "--detail=" for an option without a value; scripts
+// write that for an empty one. The words of a command to be run stay as they are.
+std::vector<std::string> words_of(int argc, char **argv) {
+  std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+  const bool records = !words.empty() && (words[0] == "push" || words[0] == "log" || words[0] == "env");
+  for (std::size_t i = 1; records && i < words.size() && words[i] != "--"; ++i) {
+    if (!words[i].starts_with("--") || !words[i].ends_with('=')) continue;
+    words[i].pop_back();
+    words.emplace(words.begin() + static_cast<std::ptrdiff_t>(++i));
+  }
+  std::reverse(words.begin(), words.end());
+  return words;
 }
 
 }  // namespace
@@ -58,7 +73,7 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
     add_recording_verbs(app, out, verbs);
   }
   try {
-    app.parse(argc, argv);
+    app.parse(words_of(argc, argv));
   } catch (const CLI::ParseError &error) {
     return finish(app, error);
   }

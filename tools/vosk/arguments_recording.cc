@@ -1,5 +1,7 @@
 // The command lines of the verbs that record.
 
+#include <limits>
+
 #include "verb_arguments.h"
 
 namespace vosk {
@@ -13,7 +15,8 @@ constexpr char kEnvExamples[] =
     "  eval \"$(PROGRAM create $$)\"     an Error Stack for this shell and the programs it starts\n"
     "  eval \"$(PROGRAM inherit $$)\"    this shell records for itself in the stack of its parent\n"
     "  eval \"$(PROGRAM log $$)\"        the System Log only\n"
-    "  PROGRAM show                    what there is";
+    "  PROGRAM show                    what there is\n"
+    "Exit status: 0 done, 1 failure, 2 usage; of show also 3 damage seen, 4 no usable stack";
 constexpr char kEnvCreateHelp[] =
     "Create an environment for an Error Stack, or inherit the one that there is. The commands end with the status of "
     "the library's result where it failed.";
@@ -59,6 +62,8 @@ constexpr char kLogExamples[] =
     "  dmesg | PROGRAM --detail-file - \"the disk failed\"\n"
     "Exit status: 0 recorded, 1 not recorded, 2 usage";
 
+const CLI::Range kPositive(1, std::numeric_limits<int>::max());
+
 class env_verb : public verb_of<env_options> {
  public:
   env_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kEnvExamples, program) {
@@ -76,9 +81,7 @@ class env_verb : public verb_of<env_options> {
     CLI::App &app = *env.add_subcommand(name, help);
     app.footer(with_program(examples, "vosk env " + name));
     app.preparse_callback([this, what](std::size_t) { options_.what = what; });
-    app.add_option("PID", options_.process, "The process id of the shell: $$")
-        ->check(CLI::PositiveNumber)
-        ->type_name("");
+    app.add_option("PID", options_.process, "The process id of the shell: $$")->check(kPositive)->type_name("");
     if (what != env_options::action::show)
       app.add_option("--name", options_.name, "The process name in records; the command's name without it")
           ->type_name("NAME");
@@ -106,7 +109,7 @@ class push_verb : public verb_of<push_options> {
     add_text(app, "--detail-file", options_.detail_file, "A file to keep a copy of; - for standard input", "FILE")
         ->excludes("--detail");
     add_text(app, "--source", options_.source, "The source file; the script's name without it", "FILE");
-    app.add_option("--line", options_.line, "Its line: $LINENO")->check(CLI::PositiveNumber)->type_name("NUMBER");
+    app.add_option("--line", options_.line, "Its line: $LINENO")->check(kPositive)->type_name("NUMBER");
     add_text(app, "--source-version", options_.version, "Its version", "TEXT");
     add_text(app, "--product", options_.product, "The product that it belongs to", "NAME");
     add_text(app, "--resource", options_.resource, "What reports the incident; the System Log's tag", "NAME");

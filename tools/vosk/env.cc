@@ -66,7 +66,7 @@ int establish(const common_options &common, const env_options &options) {
   environment_values values = values_for(option_code_of(options.what), name_of(options, process), process);
   const bool failed = values.code != VK_SUCCESS && values.code != VK_INHERIT_SUCCESS;
   if (options.keep_newest && !failed) values.variables.emplace_back("VOSKRECLAIM", "whole");
-  if (failed) complain("(" + std::to_string(values.code) + "): " + one_line(values.text));
+  if (failed) complain("no environment (" + std::to_string(values.code) + "): " + one_line(values.text));
   output out(common, false);
   if (common.json)
     print_json(out, values);

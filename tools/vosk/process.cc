@@ -146,12 +146,16 @@ std::optional<std::string> script_name(pid_t id) {
   if (is_shell(id)) {
     script = script_of_shell(words);
   } else {
-    // Of any other interpreter: the argument that the kernel has named the process after.
+    // Of any other interpreter: the kernel names the process after the script, and puts the script behind the
+    // interpreter and one argument at most.
     cu_proc_info_t info{};
     if (cu_get_proc_info_1(&info, id) != 1) return std::nullopt;
-    constexpr std::size_t kKernelName = 15;
-    for (std::size_t i = 1; i < words.size() && !script; ++i)
-      if (base_name(words[i]).substr(0, kKernelName) == info.command) script = words[i];
+    const auto is_named = [&](const std::string &word) {
+      constexpr std::size_t kKernelName = 15;
+      return base_name(word).substr(0, kKernelName) == info.command;
+    };
+    for (std::size_t i = 1; i < std::min<std::size_t>(words.size(), 3) && !is_named(words[0]) && !script; ++i)
+      if (is_named(words[i])) script = words[i];
   }
   if (!script || base_name(*script).empty()) return std::nullopt;
   return base_name(*script);
