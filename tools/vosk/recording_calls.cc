@@ -73,7 +73,7 @@ std::string fitted_detail(const incident &what, const std::string &process_name)
   std::size_t taken = what.format.size() + 1 + kCount;
   for (const std::string &argument : what.arguments) taken += std::min(argument.size(), kLongestArgument) + kArgument;
   const std::size_t room = room_for_message(what, process_name);
-  return what.detail.substr(0, std::max<std::size_t>(room > taken ? room - taken : 0, 1));
+  return room > taken ? what.detail.substr(0, room - taken) : what.detail;
 }
 
 int call_push(const incident &what, recorder who, vk_eid_t &eid) {
