@@ -214,6 +214,24 @@ TEST(Documents, HoldProgramsThatCompileAndScriptsThatRecordWithThem) {
   }
 }
 
+TEST(Services, ShowAUnitThatTheManagerTakes) {
+  if (run_shell("/", "command -v systemd-analyze").status != 0) CANNOT_RUN_HERE("systemd is missing");
+  const document services = read_document("docs/services.md");
+  ASSERT_EQ(services.blocks.size(), 1U);
+  ASSERT_EQ(services.blocks[0].language, "ini");
+  std::string unit = services.blocks[0].text;
+  const std::size_t program = unit.find("/usr/sbin/orderd");
+  ASSERT_NE(program, std::string::npos);
+  unit.replace(program, 16, "/bin/true");
+  const files::TemporaryDirectory folder;
+  const std::string verify = "systemd-analyze verify --man=no --recursive-errors=one ./orderd.service";
+  ASSERT_TRUE(files::write(folder / "orderd.service", unit));
+  const auto checked = run_shell(folder.path(), verify);
+  EXPECT_EQ(checked.status, 0) << checked.output;
+  ASSERT_TRUE(files::write(folder / "orderd.service", unit + "ReadWrittenPaths=/tmp\n"));
+  EXPECT_NE(run_shell(folder.path(), verify).status, 0) << "it takes anything";
+}
+
 TEST(CentralLogs, ShowAFilterThatTheDaemonTakes) {
   if (run_shell("/", "command -v rsyslogd").status != 0) CANNOT_RUN_HERE("rsyslog is missing");
   const std::string filter = first_group(contents(QX_SOURCE_DIR "/docs/central-logs.md"), "^    (if [$].*)$");
