@@ -52,14 +52,14 @@ bool facts_of(int fd, file_facts &facts, unsigned &mode) {
   return true;
 }
 
-// Opens for reading what `path_fd` stands for. It has been seen to be a regular file, and cannot have been exchanged.
-int reopen(int path_fd, int dir, const char *name) {
-  constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+// Opens what `path_fd` stands for. It has been seen to be a regular file, and cannot have been exchanged.
+int reopen(int path_fd, int dir, const char *name, int access) {
+  const int flags = access | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   char link[64];
   std::snprintf(link, sizeof link, "/proc/self/fd/%d", path_fd);
-  const int fd = open(link, kFlags);
+  const int fd = open(link, flags);
   if (fd >= 0 || errno != ENOENT) return fd;
-  return openat(dir, name, kFlags | O_NOFOLLOW);  // no /proc: the caller compares what was opened
+  return openat(dir, name, flags | O_NOFOLLOW);  // no /proc: the caller compares what was opened
 }
 
 // False on a read error. Reads no more than `bytes` can hold.
@@ -114,7 +114,12 @@ std::string error_text(int error) {
   return text != nullptr ? text : "error " + std::to_string(error);
 }
 
-opened_file open_regular(int dir, const char *name) {
+bool facts_of(int fd, file_facts &facts) {
+  unsigned mode = 0;
+  return facts_of(fd, facts, mode);
+}
+
+opened_file open_regular(int dir, const char *name, int access) {
   opened_file file;
   const auto refuse = [&](int error) {
     file.result = error == ENOENT || error == ENOTDIR ? outcome::missing : outcome::failed;
@@ -131,7 +136,7 @@ opened_file open_regular(int dir, const char *name) {
     file.reason = type_name(mode);
     return file;
   }
-  file.fd = unique_fd(reopen(path_fd.get(), dir, name));
+  file.fd = unique_fd(reopen(path_fd.get(), dir, name, access));
   if (!file.fd.valid()) return refuse(errno);
   const file_facts seen = file.facts;
   if (!facts_of(file.fd.get(), file.facts, mode)) return refuse(errno);

@@ -3,6 +3,7 @@
 #ifndef TOOLS_READER_SAFE_FILE_H
 #define TOOLS_READER_SAFE_FILE_H
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -53,8 +54,11 @@ struct opened_file {
   file_facts facts;
 };
 
-// Opens `name` in the directory `dir` (AT_FDCWD for any path) for reading.
-opened_file open_regular(int dir, const char *name);
+// Opens `name` in the directory `dir` (AT_FDCWD for any path), for reading unless `access` says otherwise.
+opened_file open_regular(int dir, const char *name, int access = O_RDONLY);
+
+// What a descriptor stands for. False, with errno set, if that cannot be told.
+bool facts_of(int fd, file_facts &facts);
 
 // How long locks may be waited for: at most 100 ms a file, and not much more for ten thousand locked files.
 class lock_patience {
