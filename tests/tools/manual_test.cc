@@ -14,7 +14,7 @@ using testing::HasSubstr;
 namespace {
 
 const std::string kSource = QX_SOURCE_DIR;
-const std::vector<std::string> kVerbs = {"annotate", "detail", "list", "report", "show", "trace", "verify"};
+const std::vector<std::string> kVerbs = {"annotate", "detail", "list", "prune", "report", "show", "trace", "verify"};
 
 // What a shell command prints, and its exit status.
 tool::result shell(const std::string &command) {
@@ -74,7 +74,7 @@ TEST(ToolPages, TellOfEveryVerbOptionVerdictAndJsonType) {
     for (const std::string &option : options_of(verb)) EXPECT_THAT(text, HasSubstr(option)) << verb;
   }
   for (const char *source : {"coverage", "report", "reporter", "verify", "list", "lookup", "show", "log_text",
-                             "detail_output", "trace", "annotate"}) {
+                             "detail_output", "trace", "annotate", "prune"}) {
     const std::string code = *files::read(kSource + "/tools/vosk/" + source + ".cc");
     for (const std::string &type : all_matches(code, "json_line line\\(\"([a-z_]+)\"\\)"))
       EXPECT_THAT(text, HasSubstr(type)) << source;

@@ -49,7 +49,7 @@ std::string with_program(std::string text, const std::string &program) {
   return text;
 }
 
-void add_common(CLI::App &app, common_options &common) {
+void add_output_options(CLI::App &app, common_options &common) {
   app.add_flag("--json", common.json, "Print JSON Lines");
   app.add_flag("--utc", common.utc, "Show times in UTC");
   app.add_flag("--raw", common.raw, "Leave control characters in texts as they are");
@@ -57,6 +57,10 @@ void add_common(CLI::App &app, common_options &common) {
   app.add_option("--color", common.color, "When to use colours")
       ->check(CLI::IsMember({"auto", "always", "never"}))
       ->type_name("WHEN");
+}
+
+void add_common(CLI::App &app, common_options &common) {
+  add_output_options(app, common);
   add_list(app, "--dir", common.copies, "Look at the stacks below DIR, such as copies from other nodes", "DIR");
 }
 
@@ -71,6 +75,7 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
     app.require_subcommand(1);
     add_reading_verbs(app, out, verbs);
     add_recording_verbs(app, out, verbs);
+    add_keeping_verbs(app, out, verbs);
   }
   try {
     app.parse(words_of(argc, argv));

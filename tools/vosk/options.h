@@ -61,6 +61,12 @@ struct detail_options {
   bool node_only = false;
 };
 
+struct prune_options {
+  std::string older_than, max_total;  // as typed
+  std::vector<std::string> logs;
+  bool dry_run = false;
+};
+
 struct list_options {
   std::vector<std::string> names;
   bool failed = false;  // only stacks that refuse the next recording
@@ -75,7 +81,7 @@ struct show_options {
 struct invocation {
   std::string program = "vosk";
   common_options common;
-  std::variant<std::monostate, annotate_options, detail_options, env_options, list_options, push_options,
+  std::variant<std::monostate, annotate_options, detail_options, env_options, list_options, prune_options, push_options,
                report_options, show_options, trace_options, verify_options>
       verb;
 };

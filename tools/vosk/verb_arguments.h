@@ -18,7 +18,8 @@ struct verb_arguments {
 
 using verb_list = std::vector<std::unique_ptr<verb_arguments>>;
 
-// Adds the options that every verb has.
+// Adds the options that every verb has: how to print. Verbs that look at stacks besides the node's have --dir, too.
+void add_output_options(CLI::App &app, common_options &common);
 void add_common(CLI::App &app, common_options &common);
 
 // `text` with the program's own name, "vosk show" for one, in place of the word PROGRAM.
@@ -52,6 +53,9 @@ void add_reading_verbs(CLI::App &app, invocation &out, verb_list &verbs);
 
 // The verbs that record.
 void add_recording_verbs(CLI::App &app, invocation &out, verb_list &verbs);
+
+// The verbs that keep what was recorded, and the directories that hold it.
+void add_keeping_verbs(CLI::App &app, invocation &out, verb_list &verbs);
 
 // The report verb as a program of its own.
 void add_report_alone(CLI::App &app, invocation &out, verb_list &verbs);

@@ -11,6 +11,7 @@ int detail(const common_options &common, const detail_options &options);
 int env(const common_options &common, const env_options &options);
 int list(const common_options &common, const list_options &options);
 int push(const common_options &common, const push_options &options);
+int prune(const common_options &common, const prune_options &options);
 int report(const common_options &given, const report_options &options);
 int show(const common_options &common, const show_options &options);
 int show_environment(const common_options &common, const env_options &options);

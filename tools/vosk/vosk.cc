@@ -13,6 +13,7 @@ struct call_verb {
   int operator()(const detail_options &options) const { return detail(common, options); }
   int operator()(const env_options &options) const { return env(common, options); }
   int operator()(const list_options &options) const { return list(common, options); }
+  int operator()(const prune_options &options) const { return prune(common, options); }
   int operator()(const push_options &options) const { return push(common, options); }
   int operator()(const report_options &options) const { return report(common, options); }
   int operator()(const show_options &options) const { return show(common, options); }
