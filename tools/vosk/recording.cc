@@ -58,6 +58,7 @@ recording finished(road where, int code, const vk_eid_t &eid) {
   made.made = is_attention(code);
   if (made.made) made.identifier.assign(eid, strnlen(eid, sizeof eid));
   if (code != VK_SUCCESS) made.text = library_text(code);
+  made.cut = code == VK_RECORD_TRUNCATED;
   return made;
 }
 
@@ -80,8 +81,11 @@ recording record_in_log(const incident &what, recorder who) {
   // Without an address the record is made all the same; the library then says that it has no identifier.
   if (variable("VOSKADDR").empty()) (void)vk_init_main_1(VK_LOG, command_name(id).c_str(), id, 0);
   vk_eid_t eid = "";
-  const int code = call_log(what, eid);
-  return finished(road::log, code, eid);
+  bool cut = false;
+  const int code = call_log(what, eid, cut);
+  recording made = finished(road::log, code, eid);
+  made.cut = cut;
+  return made;
 }
 
 // The script that the recorder, or the nearest process above it, runs; the owner of the environment is the highest one
@@ -141,6 +145,7 @@ void complain_about(const recording &made, bool whole) {
   // That there is no stack is what the automatic road is for; one that cannot be used is news.
   if (made.stack_code != VK_SUCCESS && (whole || made.stack_code != VK_NO_VK_ENVIR || !made.made))
     complain("not in the Error Stack (" + std::to_string(made.stack_code) + "): " + one_line(made.stack_text));
+  if (made.cut && made.where == road::log) complain("the message is cut: a System Log record has no room for more");
   if (made.code == VK_SUCCESS) return;
   const std::string code = "(" + std::to_string(made.code) + "): ";
   if (!made.made)
@@ -163,6 +168,7 @@ std::string recording_line(const recording &made) {
   text_or_null("identifier", made.identifier);
   line.number("code", made.code);
   text_or_null("text", made.text);
+  line.boolean("cut", made.cut);
   if (made.stack_code != VK_SUCCESS) line.number("stack_code", made.stack_code).text("stack_text", made.stack_text);
   return line.take();
 }

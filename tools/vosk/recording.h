@@ -41,6 +41,7 @@ struct recording {
   std::string identifier;    // empty where there is none
   int code = 0;              // the library's result: an attention where the record was made, else an error
   std::string text;          // and its text; empty where code is 0
+  bool cut = false;          // the end of the message, or of what follows it, is missing
   // With road::automatic: why the record is not in the Error Stack.
   int stack_code = 0;
   std::string stack_text;

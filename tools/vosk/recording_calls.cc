@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <vector>
 
@@ -24,11 +26,32 @@ constexpr std::size_t kRecord = 1024, kPrefix = 8, kIdentifiers = 4 + 43 + 43 + 
                       kMessage = 8, kCount = 4, kLongestArgument = 64, kArgument = 5;
 constexpr std::size_t kLongestMessage = 65536;
 
-std::size_t room_for_message(const incident &what, const std::string &process_name) {
+std::size_t room_for_message(const incident &what, const std::string &name) {
   std::size_t before = kPrefix + kIdentifiers + kProcess + kLine + kMessage;
-  for (const std::string *text : {&process_name, &what.source, &what.version, &what.product, &what.catalogue})
+  for (const std::string *text : {&name, &what.source, &what.version, &what.product, &what.catalogue})
     before += text->size() + 1;
   return before < kRecord ? kRecord - before : 0;
+}
+
+std::string process_name() {
+  const char *const name = std::getenv("VOSKPNAME");
+  return name != nullptr ? name : "";
+}
+
+// How many bytes of a System Log record are left for the message.
+std::size_t room_in_log(const incident &what, bool has_file) {
+  constexpr std::size_t kLogRecord = 992, kLongestLogMessage = 945, kLocation = 46;
+  constexpr std::string_view kFixed =
+      "(Recorded using libqx_vosk.a cv 2):::Error ID: :::Reference ID: :::Template ID: :::Details File: :::Location: "
+      ":::";
+  char number[16];
+  const auto template_end = std::to_chars(number, number + sizeof number, what.template_id, 16).ptr;
+  std::size_t before = kFixed.size() + VK_EID_SIZE - 1 + what.cause.size() + kLocation;
+  before += static_cast<std::size_t>(template_end - number);
+  if (has_file)
+    before +=
+        sizeof "/var/adm/vosk/dumps/..20261121.000000" - 1 + process_name().size() + std::to_string(getpid()).size();
+  return before < kLogRecord ? std::min(kLogRecord - before, kLongestLogMessage) : 0;
 }
 
 std::array<const char *, kMostArguments> pointers(const std::vector<std::string> &arguments) {
@@ -48,38 +71,42 @@ std::string formatted(const incident &what) {
   return text.data();
 }
 
+// The length of the longest start of `text` that has whole characters only, a "%%" being one, and at most `room` bytes.
+std::size_t whole_characters(const std::string &text, std::size_t room) {
+  if (text.size() <= room) return text.size();
+  std::size_t end = 0;
+  for (;;) {
+    const std::string_view rest = std::string_view(text).substr(end);
+    const std::size_t length = rest.starts_with("%%") ? 2 : std::max<std::size_t>(utf8_length(rest), 1);
+    if (end + length > room) return end;
+    end += length;
+  }
+}
+
 const char *or_null(const std::string &text) {
   return text.empty() ? nullptr : text.c_str();
 }
 
 }  // namespace
 
-std::string fitted_format(const incident &what, const std::string &process_name) {
-  const std::string &format = what.format;
-  const std::size_t room = room_for_message(what, process_name);
-  if (format.size() <= room) return format;
-  std::size_t end = 0;
-  for (;;) {
-    const std::string_view rest = std::string_view(format).substr(end);
-    const std::size_t length = rest.starts_with("%%") ? 2 : std::max<std::size_t>(utf8_length(rest), 1);
-    if (end + length > room) break;
-    end += length;
-  }
-  return format.substr(0, end) + std::string(room - end + 1, ' ');
+std::string fitted_format(const incident &what, const std::string &name) {
+  const std::size_t room = room_for_message(what, name);
+  if (what.format.size() <= room) return what.format;
+  const std::size_t end = whole_characters(what.format, room);
+  return what.format.substr(0, end) + std::string(room - end + 1, ' ');
 }
 
-std::string fitted_detail(const incident &what, const std::string &process_name) {
+std::string fitted_detail(const incident &what, const std::string &name) {
   if (!what.detail_is_default) return what.detail;
   std::size_t taken = what.format.size() + 1 + kCount;
   for (const std::string &argument : what.arguments) taken += std::min(argument.size(), kLongestArgument) + kArgument;
-  const std::size_t room = room_for_message(what, process_name);
+  const std::size_t room = room_for_message(what, name);
   return room > taken ? what.detail.substr(0, room - taken) : what.detail;
 }
 
 int call_push(const incident &what, recorder who, vk_eid_t &eid) {
-  const char *const name = std::getenv("VOSKPNAME");
-  const std::string process_name = name != nullptr ? name : "";
-  const std::string format = fitted_format(what, process_name), detail = fitted_detail(what, process_name);
+  const std::string name = process_name();
+  const std::string format = fitted_format(what, name), detail = fitted_detail(what, name);
   vk_eid_t cause = "";
   what.cause.copy(cause, sizeof cause - 1);
   const auto a = pointers(what.arguments);
@@ -99,17 +126,18 @@ std::string as_log_text(const std::string &text) {
   return out;
 }
 
-int call_log(const incident &what, vk_eid_t &eid) {
-  const std::string product = as_log_text(what.product), source = as_log_text(what.source),
-                    version = as_log_text(what.version), text = formatted(what);
-  const std::string format = as_format(as_log_text(text));
+int call_log(const incident &what, vk_eid_t &eid, bool &cut) {
   // The library tests only whether there are details. Those that are a text get into the System Log as a file.
   const detail_source file = !what.detail.empty() && !what.detail_is_default ? detail_source::of_text(what.detail)
                                                                              : detail_source::of_file(what.detail_file);
-  const char *const data = file.path().empty() ? text.c_str() : nullptr;
+  const std::string product = as_log_text(what.product), source = as_log_text(what.source),
+                    version = as_log_text(what.version), text = as_log_text(formatted(what));
+  const std::string fitted = text.substr(0, whole_characters(text, room_in_log(what, !file.path().empty())));
+  cut = fitted.size() < text.size();
+  const char *const data = file.path().empty() ? "the message" : nullptr;
   return vk_log_error_1(&eid, or_null(what.cause), what.resource.c_str(), product.c_str(), source.c_str(),
-                        version.c_str(), what.line, 0, what.event_type, what.template_id, data,
-                        static_cast<std::int64_t>(text.size() + 1), or_null(file.path()), format.c_str());
+                        version.c_str(), what.line, 0, what.event_type, what.template_id, data, sizeof "the message",
+                        or_null(file.path()), as_format(fitted).c_str());
 }
 
 bool system_log_listens() {
