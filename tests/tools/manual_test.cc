@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <regex>
 #include <set>
+#include <sstream>
 
 #include "support/files.h"
 #include "tools/tool.h"
@@ -15,6 +17,10 @@ namespace {
 
 const std::string kSource = QX_SOURCE_DIR;
 const std::vector<std::string> kVerbs = {"annotate", "detail", "list", "prune", "report", "show", "trace", "verify"};
+// Those that have pages of their own; some are verbs of verbs.
+const std::map<std::string, std::string> kRecordingVerbs = {{"env create", "vosk-env.1"}, {"env inherit", "vosk-env.1"},
+                                                            {"env log", "vosk-env.1"},    {"env show", "vosk-env.1"},
+                                                            {"log", "vosk-push.1"},       {"push", "vosk-push.1"}};
 
 // What a shell command prints, and its exit status.
 tool::result shell(const std::string &command) {
@@ -35,9 +41,17 @@ std::set<std::string> all_matches(const std::string &text, const std::string &pa
   return found;
 }
 
+std::string help_of(const std::string &verb) {
+  std::vector<std::string> command{"vosk"};
+  std::istringstream words(verb);
+  for (std::string word; words >> word;) command.push_back(word);
+  command.push_back("--help");
+  return tool::run(command).out;
+}
+
 // The long options in a verb's own summary.
 std::set<std::string> options_of(const std::string &verb) {
-  return all_matches(tool::run({"vosk", verb, "--help"}).out, "\n  [^ ]*(--[a-z][a-z-]*)");
+  return all_matches(help_of(verb), "\n  [^ ]*(--[a-z][a-z-]*)");
 }
 
 std::string manual(const std::string &page) {
@@ -51,14 +65,16 @@ std::string manual(const std::string &page) {
 
 TEST(ToolPages, AreQuietUnderTheLinter) {
   if (shell("command -v mandoc").status != 0) CANNOT_RUN_HERE("mandoc is missing");
-  for (const char *page : {"vosk.1", "vkstkrpt.1", "vosk-stack.5", "vosk-trace.5", "vosk-identifier.5"}) {
+  for (const char *page :
+       {"vosk.1", "vosk-env.1", "vosk-push.1", "vkstkrpt.1", "vosk-stack.5", "vosk-trace.5", "vosk-identifier.5"}) {
     const tool::result lint = shell("mandoc -Tlint -Wwarning " + kSource + "/man/" + page);
     EXPECT_EQ(lint.status, 0) << lint.out;
   }
 }
 
 TEST(ToolPages, ReferToPagesThatExist) {
-  for (const char *page : {"vosk.1", "vkstkrpt.1", "vosk-stack.5", "vosk-trace.5", "vosk-identifier.5"}) {
+  for (const char *page :
+       {"vosk.1", "vosk-env.1", "vosk-push.1", "vkstkrpt.1", "vosk-stack.5", "vosk-trace.5", "vosk-identifier.5"}) {
     const std::string text = *files::read(kSource + "/man/" + page);
     for (const std::string &other : all_matches(text, "\n\\.Xr ((vk|vosk|libqx)[^ ]* [0-9])"))
       EXPECT_TRUE(files::exists(kSource + "/man/" + other.substr(0, other.size() - 2) + "." + other.back()))
@@ -84,9 +100,24 @@ TEST(ToolPages, TellOfEveryVerbOptionVerdictAndJsonType) {
     EXPECT_THAT(text, HasSubstr("\n     " + name));
 }
 
+TEST(ToolPages, OfTheRecordingVerbsTellOfEveryOptionAndMember) {
+  if (shell("command -v mandoc").status != 0) CANNOT_RUN_HERE("mandoc is missing");
+  for (const auto &[verb, page] : kRecordingVerbs) {
+    const std::string text = manual(page);
+    EXPECT_THAT(text, HasSubstr(verb.substr(verb.rfind(' ') + 1)));
+    for (const std::string &option : options_of(verb)) EXPECT_THAT(text, HasSubstr(option)) << verb;
+  }
+  const std::string code = *files::read(kSource + "/tools/vosk/recording.cc");
+  for (const std::string &member :
+       all_matches(code.substr(code.find("json_line line(")), "[(.][a-z_]*\\(\"([a-z_]+)\""))
+    EXPECT_THAT(manual("vosk-push.1"), HasSubstr(member));
+}
+
 TEST(ToolHelp, HasExamplesAndExitStatuses) {
-  for (const std::string &verb : kVerbs) {
-    const std::string text = tool::run({"vosk", verb, "--help"}).out;
+  std::vector<std::string> verbs = kVerbs;
+  for (const auto &[verb, page] : kRecordingVerbs) verbs.push_back(verb);
+  for (const std::string &verb : verbs) {
+    const std::string text = help_of(verb);
     EXPECT_THAT(text, HasSubstr("\nExamples:\n"));
     EXPECT_THAT(text, HasSubstr("\nExit status: 0 "));
   }
@@ -104,6 +135,16 @@ TEST(Completion, OffersEveryVerbAndOption) {
   EXPECT_THAT(complete("vosk re", 1), ElementsAreArray({"report"}));
   for (const std::string &verb : kVerbs)
     EXPECT_THAT(complete("vosk " + verb + " --", 2), ElementsAreArray(options_of(verb))) << verb;
+  for (const auto &[verb, page] : kRecordingVerbs)
+    EXPECT_THAT(complete("vosk " + verb + " --", verb.find(' ') == std::string::npos ? 2 : 3),
+                ElementsAreArray(options_of(verb)))
+        << verb;
+  EXPECT_THAT(complete("vosk env i", 2), ElementsAreArray({"inherit"}));
+  EXPECT_THAT(complete("vosk env --", 2), ElementsAreArray({"--help"}));
+  EXPECT_THAT(complete("vosk push --road a", 3), ElementsAreArray({"auto"}));
+  EXPECT_THAT(complete("vosk log --type = e", 4), testing::ElementsAre("emerg", "error"));
+  EXPECT_THAT(complete("vosk push --detail-file " + kSource + "/completi", 3),
+              ElementsAreArray({kSource + "/completion"}));
   EXPECT_THAT(complete("vkstkrpt --", 1), ElementsAreArray(options_of("report")));
   EXPECT_THAT(complete("vosk report --color = a", 4), testing::ElementsAre("always", "auto"));
   EXPECT_THAT(complete("vosk report -o \"\"", 3), testing::ElementsAre("json", "short", "verbose"));
