@@ -155,6 +155,10 @@ TEST_P(Push, PrintsTheIdentifierAndRaisesNoAttention) {
   EXPECT_EQ(record["source"], "script.sh");
   EXPECT_EQ(record["version"], "unversioned");
   EXPECT_THAT(std::string(record["detail"]), MatchesRegex("user .*, directory /.*"));
+  // Empty ones are as good as none, as where a shell has no LINENO.
+  const auto empty = run("vosk push --line= --cause= --detail= --source= --product= --resource= 'empty ones'");
+  EXPECT_EQ(empty.err, "");
+  EXPECT_EQ(records().at("empty ones")["line"], 1);
 }
 
 TEST_P(Push, TakesEveryField) {
@@ -251,6 +255,8 @@ TEST_P(Push, RefusesFormatsThatAreNotForStrings) {
                               "--cause \"$(printf '%042d' 9 | tr 0 ' ')\" m",
                               "--line 0 m",
                               "--line x m",
+                              "--line -1 m",
+                              "--line 99999999999 m",
                               "--msg 1 --catalogue c m",
                               "--msg 1/x --catalogue c m",
                               "--msg 1/1 m",

@@ -109,7 +109,7 @@ class push_verb : public verb_of<push_options> {
     add_text(app, "--detail-file", options_.detail_file, "A file to keep a copy of; - for standard input", "FILE")
         ->excludes("--detail");
     add_text(app, "--source", options_.source, "The source file; the script's name without it", "FILE");
-    app.add_option("--line", options_.line, "Its line: $LINENO")->check(kPositive)->type_name("NUMBER");
+    add_text(app, "--line", options_.line, "Its line: $LINENO", "NUMBER");
     add_text(app, "--source-version", options_.version, "Its version", "TEXT");
     add_text(app, "--product", options_.product, "The product that it belongs to", "NAME");
     add_text(app, "--resource", options_.resource, "What reports the incident; the System Log's tag", "NAME");

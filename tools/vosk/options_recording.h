@@ -19,9 +19,8 @@ struct push_options {
   std::optional<std::string> message, format;
   std::vector<std::string> arguments;
   std::string cause, detail, detail_file;
-  std::string resource, product, source, version, catalogue, catalogue_message;  // SET/NUMBER
-  int line = 1;
-  std::string road = "stack";  // stack, log or auto
+  std::string resource, product, source, version, line, catalogue, catalogue_message;  // SET/NUMBER
+  std::string road = "stack";                                                          // stack, log or auto
   std::string event_type = "error";
   std::string template_id = "0";  // hexadecimal
   bool verbose = false;

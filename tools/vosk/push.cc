@@ -73,7 +73,9 @@ incident incident_of(const push_options &options) {
   what.product = options.product;
   what.source = options.source;
   what.version = options.version;
-  what.line = options.line;
+  // Some shells have no LINENO.
+  if (!options.line.empty()) what.line = number_in<int>(options.line, 10, "--line");
+  if (what.line < 1) throw usage_error("--line is a number from 1 on");
   what.detail = options.detail;
   what.detail_file = options.detail_file;
   what.event_type = event_type_of(options.event_type);
