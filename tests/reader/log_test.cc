@@ -13,6 +13,7 @@
 #include "reader/child.h"
 #include "reader/line_reader.h"
 #include "reader/log_record.h"
+#include "reader/log_search.h"
 #include "support/files.h"
 
 using testing::ElementsAre;
@@ -64,6 +65,7 @@ TEST(LogRecord, IsReadFromALineOfEachDaemonsForm) {
       {"time in one word", "2023-11-14T22:13:20.123456+01:00 node1 orders[12]: " + kRecord, "orders", "node1", 12},
       {"structured", "<27>1 2023-11-14T22:13:20Z node1 orders 12 - - " + kRecord, "orders", "node1", 12},
       {"of a relay", "<27>Nov  5 14:21:42 node1 orders[12]: " + kRecord, "orders", "node1", 12},
+      {"of a small daemon", "Nov  5 14:21:42 node1 daemon.err orders[12]: " + kRecord, "orders", "node1", 12},
       {"of its own", "something orders[12]: " + kRecord, "orders", "", 12},
       {"nothing in front", kRecord, "", "", {}},
       {"brackets that hold no number", "Nov  5 14:21:42 n orders[x]: " + kRecord, "orders[x]", "n", {}},
@@ -200,6 +202,26 @@ TEST(LogSource, NamesWhatCannotBeRead) {
   EXPECT_THAT(outcomes[1].reason, testing::HasSubstr("unexpected end of file"));
   EXPECT_EQ(outcomes[2].result, vosk::outcome::skipped);
   EXPECT_EQ(outcomes[3].result, vosk::outcome::read);
+}
+
+TEST(LogSearch, HoldsEachRecordingOnceAndOnlySoMany) {
+  const files::TemporaryDirectory dir;
+  std::string text;
+  for (int i = 0; i < 1000; ++i) text += kRecord + std::to_string(i % 100) + "\nanother line\n";
+  ASSERT_TRUE(files::write(dir / "a", text) && files::write(dir / "b", text));
+  const vosk::log_findings all = vosk::all_log_records({dir / "a", dir / "b"});
+  EXPECT_EQ(all.records.size(), 100u);
+  EXPECT_FALSE(all.too_many);
+  EXPECT_TRUE(all.all_read());
+  const vosk::log_findings few = vosk::all_log_records({dir / "a", dir / "b"}, 10000);
+  EXPECT_TRUE(few.too_many);
+  EXPECT_THAT(few.records.size(), testing::AllOf(testing::Gt(3u), testing::Lt(20u)));
+  const vosk::log_findings one = vosk::find_log_records({dir / "a", dir / "b"}, kEid);
+  EXPECT_EQ(one.records.size(), 100u);
+  EXPECT_EQ(one.places.size(), 16u) << "the first lines are enough";
+  EXPECT_EQ(one.places[1].line, 3u);
+  EXPECT_EQ(vosk::recordings_of(all, kEid).records.size(), 100u);
+  EXPECT_TRUE(vosk::recordings_of(all, kCause).records.empty());
 }
 
 TEST(LogSource, EndsWhereNoMoreIsWanted) {

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <ctime>
 #include <functional>
 
@@ -76,12 +78,36 @@ struct shown {
   }
 };
 
+// The text must say the same: the verdict, and each fact under its name.
+void expect_text(std::vector<std::string> arguments, const shown &s) {
+  arguments.insert(arguments.begin(), {"vosk", "show", "--utc"});
+  const tool::result r = tool::run(arguments);
+  EXPECT_EQ(r.status, s.status);
+  EXPECT_THAT(r.out, HasSubstr("\n  Verdict         " + s.verdict["verdict"].get<std::string>() + ": "));
+  for (const json &fact : s.verdict["evidence"]) {
+    std::string label = fact.begin().key();
+    std::replace(label.begin(), label.end(), '_', ' ');
+    label[0] = static_cast<char>(std::toupper(label[0]));
+    label = "\n  " + label;
+    label.resize(std::max<std::size_t>(label.size(), 19), ' ');
+    const json &value = fact.begin().value();
+    const bool is_time = value.is_string() && value.get<std::string>().ends_with('Z');
+    const std::string text = is_time             ? value.get<std::string>().substr(0, 10)
+                             : value.is_string() ? value.get<std::string>()
+                                                 : value.dump();
+    EXPECT_THAT(r.out, HasSubstr(label + text));
+  }
+}
+
 shown show(std::vector<std::string> arguments) {
+  const std::vector<std::string> asked = arguments;
   arguments.insert(arguments.begin(), {"vosk", "show", "--json"});
   const tool::result r = tool::run(arguments);
   shown s{r.status, nullptr, tool::json_lines(r.out)};
   EXPECT_FALSE(s.lines.empty()) << r.err;
-  if (!s.lines.empty()) s.verdict = s.lines[0];
+  if (s.lines.empty()) return s;
+  s.verdict = s.lines[0];
+  expect_text(asked, s);
   return s;
 }
 

@@ -118,6 +118,7 @@ void read_prefix(std::string_view text, log_record &r) {
     (void)take_word(text);  // day
     (void)take_word(text);  // time
     r.host = take_word(text);
+    if (text.starts_with("daemon.")) (void)take_word(text);  // small daemons write facility and priority
   } else if (is_iso_time(first)) {
     r.host = take_word(text);
   } else {

@@ -8,9 +8,6 @@ namespace vosk {
 namespace {
 
 constexpr std::size_t kMostPlaces = 16;
-// What the recordings of an incident may take in memory; a line has at most about 1 KiB of it.
-constexpr std::size_t kMostBytes = 256u << 20;
-
 std::size_t bytes_of(const log_record &r) {
   return sizeof r + r.source.size() + r.eid.size() + r.reference.size() + r.detail_file.size() + 2 * r.location.size() +
          r.message.size() + r.process.size() + r.host.size();
@@ -19,7 +16,7 @@ std::size_t bytes_of(const log_record &r) {
 // Keeps each recording once.
 class recordings {
  public:
-  explicit recordings(log_findings &found) : found_(found) {}
+  recordings(log_findings &found, std::size_t most_bytes) : found_(found), most_(most_bytes) {}
 
   // False if no more can be held.
   bool add(log_record &&r) {
@@ -29,7 +26,7 @@ class recordings {
         std::any_of(first, last, [&](const auto &entry) { return same_recording(found_.records[entry.second], r); });
     if (held) return true;
     bytes_ += bytes_of(r);
-    if (bytes_ > kMostBytes) {
+    if (bytes_ > most_) {
       found_.too_many = true;
       return false;
     }
@@ -41,7 +38,7 @@ class recordings {
  private:
   log_findings &found_;
   std::unordered_multimap<std::size_t, std::size_t> known_;
-  std::size_t bytes_ = 0;
+  std::size_t most_, bytes_ = 0;
 };
 
 }  // namespace
@@ -53,7 +50,7 @@ bool log_findings::all_read() const noexcept {
 
 log_findings find_log_records(const std::vector<std::string> &sources, std::string_view eid) {
   log_findings found;
-  recordings kept(found);
+  recordings kept(found, kMostLogBytes);
   found.sources = for_each_log_line(sources, [&](const log_line &line) {
     auto r = parse_log_record(line);
     if (!r || r->eid != eid) return true;
@@ -75,9 +72,9 @@ log_findings recordings_of(const log_findings &all, std::string_view eid) {
   return found;
 }
 
-log_findings all_log_records(const std::vector<std::string> &sources) {
+log_findings all_log_records(const std::vector<std::string> &sources, std::size_t most_bytes) {
   log_findings found;
-  recordings kept(found);
+  recordings kept(found, most_bytes);
   found.sources = for_each_log_line(sources, [&](const log_line &line) {
     auto r = parse_log_record(line);
     return !r || kept.add(*std::move(r));

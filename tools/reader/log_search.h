@@ -31,7 +31,10 @@ log_findings find_log_records(const std::vector<std::string> &sources, std::stri
 // What is in `all` of one identifier.
 log_findings recordings_of(const log_findings &all, std::string_view eid);
 
-log_findings all_log_records(const std::vector<std::string> &sources);
+// What the recordings of one search may take in memory; each has about 1 KiB at most.
+inline constexpr std::size_t kMostLogBytes = 256u << 20;
+
+log_findings all_log_records(const std::vector<std::string> &sources, std::size_t most_bytes = kMostLogBytes);
 
 }  // namespace vosk
 
