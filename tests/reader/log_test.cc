@@ -272,6 +272,19 @@ TEST(Lines, AreHandedOnWithABound) {
   }
 }
 
+TEST(LogSource, EndsAlthoughALogGrowsWhileItIsRead) {
+  const files::TemporaryDirectory dir;
+  ASSERT_TRUE(files::write(dir / "a", "one\ntwo\n"));
+  std::size_t lines = 0;
+  const auto outcomes = vosk::for_each_log_line({dir / "a"}, [&](const vosk::log_line &) {
+    const vosk::unique_fd fd(open((dir / "a").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+    EXPECT_EQ(write(fd.get(), "more\n", 5), 5);
+    return ++lines < 100;
+  });
+  EXPECT_EQ(lines, 2u);
+  EXPECT_EQ(outcomes[0].result, vosk::outcome::read);
+}
+
 TEST(Lines, AreNotWaitedForBeyondThePatience) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);

@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -72,15 +73,17 @@ bool wait_for(int fd, int patience) {
 
 }  // namespace
 
-lines_end read_lines(int fd, int patience, const take_text &take) {
+lines_end read_lines(int fd, int patience, const take_text &take, std::uint64_t most) {
   line_splitter lines(take);
   for (;;) {
     if (!wait_for(fd, patience)) return lines_end::silent;
-    const ssize_t n = read(fd, lines.room(), line_splitter::room_size());
+    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(most, line_splitter::room_size()));
+    const ssize_t n = read(fd, lines.room(), size);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) return lines_end::failed;
     if (n == 0) return lines.take_rest() ? lines_end::read : lines_end::stopped;
     if (!lines.take(static_cast<std::size_t>(n))) return lines_end::stopped;
+    most -= static_cast<std::uint64_t>(n);
   }
 }
 

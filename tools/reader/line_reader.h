@@ -2,6 +2,7 @@
 #ifndef TOOLS_READER_LINE_READER_H
 #define TOOLS_READER_LINE_READER_H
 
+#include <cstdint>
 #include <functional>
 #include <string_view>
 
@@ -18,8 +19,10 @@ enum class lines_end {
 };
 
 // Hands each line to `take`, without its line feed (and the carriage return before it); `cut` where it was longer.
-// `patience` is how many milliseconds may pass without anything to read, -1 for any.
-lines_end read_lines(int fd, int patience, const std::function<bool(std::string_view line, bool cut)> &take);
+// `patience` is how many milliseconds may pass without anything to read, -1 for any. Of a file that grows no more than
+// `most` bytes are read, however fast it does.
+lines_end read_lines(int fd, int patience, const std::function<bool(std::string_view line, bool cut)> &take,
+                     std::uint64_t most = UINT64_MAX);
 
 }  // namespace vosk
 

@@ -56,6 +56,14 @@ std::string first_bytes(int fd) {
   return {bytes.data(), n > 0 ? static_cast<std::size_t>(n) : 0};
 }
 
+// A log can grow faster than it is read: what it holds now is enough.
+std::uint64_t size_now(int fd) {
+  struct stat st {};
+  const off_t at = lseek(fd, 0, SEEK_CUR);
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || at < 0 || st.st_size <= at) return UINT64_MAX;
+  return static_cast<std::uint64_t>(st.st_size - at);
+}
+
 std::vector<std::string> journal_command(const std::string &program) {
   return {program, "--output=json", "--no-pager",
           "--output-fields=MESSAGE,SYSLOG_IDENTIFIER,SYSLOG_PID,_PID,_HOSTNAME,__REALTIME_TIMESTAMP",
@@ -159,7 +167,7 @@ class source_reader {
       (void)read_through(format.program, {program_path(format.program), "-dc"}, fd.get(), what);
       return;
     }
-    note_end(read_lines_of(fd.get(), -1, what), what);
+    note_end(read_lines_of(fd.get(), -1, what, size_now(fd.get())), what);
   }
 
   bool read_through(const std::string &program, std::vector<std::string> command, int input, log_outcome &what) {
@@ -185,10 +193,13 @@ class source_reader {
     return what.lines > 0;
   }
 
-  lines_end read_lines_of(int fd, int patience, log_outcome &what) {
-    return read_lines(fd, patience, [&](std::string_view text, bool cut) {
-      return take_(log_line{what.source, ++what.lines, text, cut});
-    });
+  lines_end read_lines_of(int fd, int patience, log_outcome &what, std::uint64_t most = UINT64_MAX) {
+    return read_lines(
+        fd, patience,
+        [&](std::string_view text, bool cut) {
+          return take_(log_line{what.source, ++what.lines, text, cut});
+        },
+        most);
   }
 
   void note_end(lines_end end, log_outcome &what) {
