@@ -145,10 +145,11 @@ std::optional<log_record> parse_log_record(const log_line &line) {
   r.source = line.source;
   r.line = line.number;
   if (const auto entry = parse_journal_entry(line.text, kLogRecordStart)) {
-    const std::size_t at = entry->message.find(kLogRecordStart);
-    if (at == std::string::npos || !read_record(std::string_view(entry->message).substr(at), r)) return std::nullopt;
+    const std::string_view message = entry->message;
+    const std::size_t at = message.find(kLogRecordStart);
+    if (at == std::string_view::npos || !read_record(message.substr(at), r)) return std::nullopt;
     // A name with blanks in it stays in the message.
-    const std::string_view tag = without_blanks(std::string_view(entry->message).substr(0, at));
+    const std::string_view tag = without_blanks(message.substr(0, at));
     if (tag.ends_with(':')) read_tag(tag.substr(0, tag.size() - 1), r);
     if (!entry->process.empty()) r.process = entry->process;
     if (const auto pid = number_in<std::uint32_t>(entry->pid)) r.pid = pid;

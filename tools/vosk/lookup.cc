@@ -59,7 +59,7 @@ std::vector<std::string> logs_or_usual(const std::vector<std::string> &logs) {
   return logs.empty() ? std::vector<std::string>{"auto"} : logs;
 }
 
-lookup look_up(const common_options &common, const std::string &text, const lookup_places &where) {
+lookup look_up(const common_options &common, const std::string &text, const lookup_places &places) {
   lookup looked(text);
   std::string why = "its microseconds or its address are not valid";
   const auto id = decode_identifier(text, &why);
@@ -70,11 +70,11 @@ lookup look_up(const common_options &common, const std::string &text, const look
   looked.id = id;
   looked.node = test_node(*id, addresses_of_this_node());
   if (id->where == location::system_log) {
-    looked.logged = where.already != nullptr ? recordings_of(*where.already, text)
-                                             : find_log_records(logs_or_usual(where.logs), text);
+    looked.logged = places.already != nullptr ? recordings_of(*places.already, text)
+                                              : find_log_records(logs_or_usual(places.logs), text);
     looked.judged = judge_logged(looked.logged);
   } else {
-    looked.judged = judge(*id, looked.node, places_for(common, where.node_only, looked.node), looked.search);
+    looked.judged = judge(*id, looked.node, places_for(common, places.node_only, looked.node), looked.search);
   }
   return looked;
 }
