@@ -1,5 +1,6 @@
 #!/bin/sh
-# abi.sh dump LIBRARY-DIR            writes abi/*.abi and abi/codes from libraries with debug information and the header
+# abi.sh tag TAG [TO]                builds what TAG names, and writes TO/*.abi and TO/codes (TO is abi/ where none is given)
+# abi.sh dump LIBRARY-DIR [TO]       the same from libraries with debug information that are there, and the header
 # abi.sh check LIBRARY-DIR           compares such libraries and the header with what is kept in abi/
 # abi.sh compare OLD NEW             compares two dumps, or a dump with a library
 # abi.sh compare-codes OLD HEADER    compares a list of codes with a header
@@ -9,10 +10,35 @@ cd "$(dirname "$0")/../.."
 
 # Every number that the header gives a name: "NAME VALUE", in order.
 codes_of() {
-  ${CC:-cc} -E -dM -x c "$1" -Iinclude | sed -n 's/^#define \(VO\{0,1\}S\{0,1\}K_[A-Z0-9_]*\) (\{0,1\}\(-\{0,1\}[0-9][0-9]*\))\{0,1\}$/\1 \2/p' |
+  ${CC:-cc} -E -dM -x c "$1" | sed -n 's/^#define \(VO\{0,1\}S\{0,1\}K_[A-Z0-9_]*\) (\{0,1\}\(-\{0,1\}[0-9][0-9]*\))\{0,1\}$/\1 \2/p' |
     LC_ALL=C sort
   # Of the flags, whose numbers stand in an enumeration.
   sed -n 's/^ *\(VK_FLAG_[A-Z_]*\) = \([0-9]*\),\{0,1\}$/\1 \2/p' "$1" | LC_ALL=C sort
+}
+
+# dump LIBRARY-DIR INCLUDE-DIR TO
+dump() {
+  mkdir -p "$3"
+  for name in qx_vosk qx_cu; do
+    abidw --exported-interfaces-only --drop-private-types --no-corpus-path --no-comp-dir-path --short-locs \
+      --headers-dir "$2" --out-file "$3/lib$name.abi" "$1/lib$name.so.1"
+  done
+  codes_of "$2/qx_vosk.h" >"$3/codes"
+}
+
+# dump_tag TAG TO
+dump_tag() {
+  tree=$(mktemp -d)
+  git -c safe.directory="$PWD" archive "$1" | tar -x -C "$tree"
+  {
+    cmake -S "$tree" -B "$tree/build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQX_VOSK_TOOLS=OFF -DQX_VOSK_EXAMPLES=OFF
+    cmake --build "$tree/build" --target qx_vosk qx_cu
+  } >"$tree/log" 2>&1 || {
+    cat "$tree/log" >&2
+    return 1
+  }
+  dump "$tree/build/lib" "$tree/include" "$2"
+  rm -rf "$tree"
 }
 
 compare() {
@@ -33,13 +59,8 @@ compare_codes() {
 }
 
 case ${1:-} in
-dump)
-  for name in qx_vosk qx_cu; do
-    abidw --exported-interfaces-only --drop-private-types --no-corpus-path --no-comp-dir-path --short-locs --headers-dir include \
-      --out-file "abi/lib$name.abi" "$2/lib$name.so.1"
-  done
-  codes_of include/qx_vosk.h >abi/codes
-  ;;
+tag) dump_tag "$2" "${3:-abi}" ;;
+dump) dump "$2" include "${3:-abi}" ;;
 check)
   status=0
   for name in qx_vosk qx_cu; do
@@ -51,7 +72,7 @@ check)
 compare) compare "$2" "$3" ;;
 compare-codes) compare_codes "$2" "$3" ;;
 *)
-  echo "usage: abi.sh dump|check LIBRARY-DIR, compare OLD NEW, compare-codes OLD HEADER" >&2
+  echo "usage: abi.sh tag TAG [TO], dump LIBRARY-DIR [TO], check LIBRARY-DIR, compare OLD NEW, compare-codes OLD HEADER" >&2
   exit 2
   ;;
 esac
