@@ -1,11 +1,14 @@
 #!/bin/sh
 # debian_packages.sh [--long]: builds the Debian packages in build-packages/, checks them with lintian and the libraries
-# with the kept ABI, and installs and uses them in a clean root. The long form, for a release, also upgrades and purges
-# them there, and builds them again in another folder under other circumstances: the same bytes must come out.
+# with the kept ABI, and installs and uses them on a copy of this machine, or in a clean root where that cannot be had. The
+# long form, for a release, always takes a clean root, and upgrades, replaces and purges them there; builds them again in
+# another folder, at another date and under other circumstances, so that the same bytes must come out; and runs the demo
+# on a Debian on which nothing is installed.
 set -eu
 cd "$(dirname "$0")/../.."
 . cmake/dev/build.sh
 
+clock= # what the building is started by, to see another time
 long=
 case ${1:-} in
 '') ;;
@@ -17,18 +20,24 @@ case ${1:-} in
 esac
 [ ! -d /usr/lib/ccache ] || PATH=/usr/lib/ccache:$PATH
 out=$PWD/build-packages
+as_root= # what roots are made with
+[ "$(id -u)" -eq 0 ] || as_root=sudo
 
-# build_in FOLDER [COMMAND...]: builds the tree in FOLDER/source, after the commands have changed it.
+# build_in FOLDER TO [COMMAND...]: builds the tree in FOLDER, after the commands have changed it, and keeps in TO what comes
+# out. A folder without blanks or the like: in others dpkg leaves paths in the debug information.
 build_in() {
-  folder=$1
-  shift
-  mkdir -p "$folder/source"
-  tracked_files '*' | xargs -0 cp --parents -t "$folder/source"
+  folder=$1 to=$2
+  shift 2
+  rm -rf "$folder"
+  mkdir -p "$folder" "$to"
+  cp -R "$out/tree" "$folder/source"
   (
     cd "$folder/source"
     [ $# -eq 0 ] || "$@"
-    quietly dpkg-buildpackage -b -us -uc "-j$jobs"
+    # shellcheck disable=SC2086 # words
+    quietly $clock dpkg-buildpackage -b -us -uc "-j$jobs"
   )
+  find "$folder" -maxdepth 1 -type f -exec mv -t "$to" {} +
 }
 
 # copy_packages FROM TO: without those of debug information, which nobody needs for this.
@@ -42,42 +51,71 @@ next_version() {
 }
 
 rm -rf "$out"
-mkdir -p "$out/root"
+mkdir -p "$out/tree" "$out/root"
+tracked_files '*' | xargs -0 cp --parents -t "$out/tree" # as it is now, whatever is edited meanwhile
 echo "== packages: build"
-build_in "$out/first"
+build_in "$out/build" "$out/first"
 
 echo "== packages: lintian"
 lintian --allow-root --fail-on error,warning "$out"/first/*.changes
 
 echo "== packages: ABI"
-sh cmake/dev/abi.sh check "$(echo "$out"/first/source/obj-*/lib)"
+sh cmake/dev/abi.sh check "$(echo "$out"/build/source/obj-*/lib)"
 
 if [ -n "$long" ]; then
+  if git -c safe.directory="$PWD" rev-parse -q --verify HEAD >/dev/null 2>&1; then
+    echo "== packages: ABI dump of the last commit, made as that of a tag is"
+    sh cmake/dev/abi.sh tag HEAD "$out/abi"
+    for name in qx_vosk qx_cu; do
+      sh cmake/dev/abi.sh compare "abi/lib$name.abi" "$out/abi/lib$name.abi"
+    done
+  fi
+
   echo "== packages: build again, elsewhere"
   (
     umask 077
+    clock='faketime -f +373d'
     export TZ=Asia/Tokyo LC_ALL=C.UTF-8 LANG=de_DE.UTF-8
-    CCACHE_DISABLE=1
-    export CCACHE_DISABLE
-    build_in "$out/a longer folder"
+    export CCACHE_DISABLE=1 NO_FAKE_STAT=1
+    build_in "$out/another/folder" "$out/again"
   )
   for deb in "$out"/first/*.deb; do
-    cmp "$deb" "$out/a longer folder/${deb##*/}" || fail "not reproducible: ${deb##*/}"
+    cmp "$deb" "$out/again/${deb##*/}" || fail "not reproducible: ${deb##*/}"
   done
   echo "== packages: build the next version"
-  build_in "$out/next" next_version
+  build_in "$out/build" "$out/next" next_version # the same folder, where ccache helps
   copy_packages "$out/next" "$out/root/second"
 fi
 
-echo "== packages: a clean root"
+# in_root NAME INCLUDE ARGUMENT: runs packages_in_root.sh in a root that has only the packages of INCLUDE besides apt.
+in_root() {
+  echo "== packages: $1"
+  $as_root mmdebstrap --quiet --variant=apt --include="$2" \
+    --customize-hook="mkdir \"\$1/packages\"" \
+    --customize-hook="tar -C '$out/root' -c . | tar -C \"\$1/packages\" -x" \
+    --customize-hook="chroot \"\$1\" sh /packages/packages_in_root.sh $3" \
+    "$(. /etc/os-release && echo "$VERSION_CODENAME")" /dev/null
+}
+
 copy_packages "$out/first" "$out/root/first"
-cp cmake/dev/packages_in_root.sh "$out/root"
+copy_packages "$out/first" "$out"
+cp cmake/dev/packages_in_root.sh cmake/dev/another_qx_cu.c "$out/root"
 # The README's first program.
 # shellcheck disable=SC2016 # a program of sed
 sed -n '/^```c$/,/^```$/{/^```/d;p}' README.md >"$out/root/demo.c"
-mmdebstrap --quiet --variant=apt --include=gcc,libc6-dev,libstdc++6,pkg-config \
-  --customize-hook="mkdir \"\$1/packages\"" \
-  --customize-hook="tar -C '$out/root' -c . | tar -C \"\$1/packages\" -x" \
-  --customize-hook="chroot \"\$1\" sh /packages/packages_in_root.sh $long" \
-  "$(. /etc/os-release && echo "$VERSION_CODENAME")" /dev/null
-echo "== packages: all passed; they are in $out/first"
+if [ -z "$long" ]; then
+  echo "== packages: installed on a copy of this machine"
+  status=0
+  $as_root sh cmake/dev/on_a_copy.sh "$out/root" sh /packages/packages_in_root.sh short || status=$?
+  case $status in
+  0) ;;
+  77) in_root 'no copy here, so a clean root' gcc,libc6-dev,pkg-config short ;;
+  *) exit "$status" ;;
+  esac
+else
+  in_root 'a clean root' gcc,libc6-dev,pkg-config long
+  in_root 'a root with tmpfiles.d' systemd-standalone-tmpfiles tmpfiles
+  echo "== packages: the demo on a bare Debian"
+  $as_root sh cmake/dev/bare_root.sh ./dev demo
+fi
+echo "== packages: all passed; they are in $out"
