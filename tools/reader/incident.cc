@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <map>
 #include <set>
+#include <string_view>
 #include <unordered_map>
 
 #include "identifier.h"
@@ -16,9 +16,10 @@ namespace {
 class references {
  public:
   explicit references(const std::vector<incident_entry> &entries) {
+    entries_.reserve(entries.size());
     for (const incident_entry &entry : entries) {
       entries_[entry.eid].push_back(&entry);
-      if (!entry.cause.empty() && entry.cause != entry.eid) followers_[entry.cause].insert(entry.eid);
+      if (!entry.cause.empty() && entry.cause != entry.eid) followers_[entry.cause].push_back(entry.eid);
     }
   }
 
@@ -27,11 +28,13 @@ class references {
     return found == entries_.end() ? std::vector<const incident_entry *>() : found->second;
   }
 
-  // Sorted by time.
+  // Each once, sorted by time.
   std::vector<std::string> followers(const std::string &eid) const {
     const auto found = followers_.find(eid);
     if (found == followers_.end()) return {};
     std::vector<std::string> sorted(found->second.begin(), found->second.end());
+    std::sort(sorted.begin(), sorted.end());
+    sorted.erase(std::unique(sorted.begin(), sorted.end()), sorted.end());
     std::stable_sort(sorted.begin(), sorted.end(),
                      [](const std::string &a, const std::string &b) { return made_at(a) < made_at(b); });
     return sorted;
@@ -61,15 +64,14 @@ class references {
   }
 
  private:
-  std::map<std::string, std::vector<const incident_entry *>> entries_;
-  std::map<std::string, std::set<std::string>> followers_;
+  // The texts are those of the entries.
+  std::unordered_map<std::string_view, std::vector<const incident_entry *>> entries_;
+  std::unordered_map<std::string_view, std::vector<std::string_view>> followers_;
 };
 
-// The recordings of the System Log are known once each already.
 bool same_bytes(const incident_entry &a, const incident_entry &b) {
-  return a.what != nullptr && b.what != nullptr && a.what->size == b.what->size &&
-         std::memcmp(a.file->contents.bytes.data() + a.what->offset, b.file->contents.bytes.data() + b.what->offset,
-                     a.what->size) == 0;
+  return a.what->size == b.what->size && std::memcmp(a.file->contents.bytes.data() + a.what->offset,
+                                                     b.file->contents.bytes.data() + b.what->offset, a.what->size) == 0;
 }
 
 }  // namespace
@@ -98,10 +100,15 @@ std::vector<incident_entry> entries_of(const std::vector<stack_file> &files, con
     if (entry.eid.empty()) entry.eid = '\0' + std::to_string(entries.size());
     entries.push_back(std::move(entry));
   };
+  // Of a stack there can be copies; a recording of the System Log is known once already.
   for (const stack_file &file : files)
     for (const record &r : file.contents.records)
       add({r.id ? std::string(identifier_text(r.eid)) : "", std::string(identifier_text(r.associated)), &file, &r});
-  for (const log_record &r : logged) add({r.eid, r.reference, nullptr, nullptr, &r});
+  for (const log_record &r : logged) {
+    if (r.eid.empty() && r.reference.empty()) continue;
+    entries.push_back(
+        {r.eid.empty() ? '\0' + std::to_string(entries.size()) : r.eid, r.reference, nullptr, nullptr, &r});
+  }
   return entries;
 }
 
