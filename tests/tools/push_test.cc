@@ -183,6 +183,32 @@ TEST_P(Push, TakesEveryField) {
   EXPECT_THAT(tool::run({"vosk", "detail", third["identifier"]}).out, HasSubstr("--product p"));
 }
 
+TEST_P(Push, KeepsWhatPipesAndDevicesHold) {
+  const auto r =
+      run("echo from a pipe | vosk push --detail-file - pipe\n"
+          "vosk push --detail-file - 'closed' <&-; echo $?\n"
+          "mkfifo \"$D/fifo\"; echo from a fifo >\"$D/fifo\" & vosk push --detail-file \"$D/fifo\" fifo; wait\n"
+          "vosk push --detail-file /dev/null null\n"
+          "vosk push --detail-file \"$VOSKSTACK\" 'the stack itself'\n"
+          "ulimit -S -f 64; head -c 100000 /dev/zero | vosk push --detail-file - 'too large'; echo $?\n");
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_THAT(r.err, AllOf(HasSubstr("recorded (32)"), HasSubstr("cannot keep the details: File too large")));
+  auto all = records();
+  EXPECT_EQ(tool::run({"vosk", "detail", "-o", "-", all["pipe"]["identifier"]}).out, "from a pipe\n");
+  EXPECT_EQ(tool::run({"vosk", "detail", "-o", "-", all["fifo"]["identifier"]}).out, "from a fifo\n");
+  EXPECT_EQ(tool::run({"vosk", "detail", "-o", "-", all["null"]["identifier"]}).out, "");
+  EXPECT_TRUE(all.contains("closed"));
+  EXPECT_TRUE(all.contains("the stack itself"));
+  EXPECT_TRUE(all.contains("too large"));
+}
+
+TEST_P(Push, RecordsWhereNothingCanBePrinted) {
+  const auto r = run("vosk push first >&-; echo $?; vosk push second >/dev/full; echo $?");
+  EXPECT_EQ(r.out, "0\n0\n");
+  EXPECT_THAT(r.err, HasSubstr("cannot write the output"));
+  EXPECT_EQ(records().size(), 2u);
+}
+
 TEST_P(Push, PrintsTheLastAttentionInALineAndInFullWhenAsked) {
   const auto r = run("vosk push ''; echo $?");
   EXPECT_THAT(r.out, EndsWith("\n0\n"));

@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "support/files.h"
 
 namespace shells {
@@ -28,6 +30,7 @@ std::string path_of(const std::string &shell) {
   redirect(2, directory + "/stderr", O_WRONLY | O_CREAT | O_TRUNC);
   std::map<std::string, std::string> variables{
       {"TZ", "UTC"}, {"LC_ALL", "C.UTF-8"}, {"PATH", QX_BINARY_DIR "/bin:/usr/bin:/bin"}, {"D", directory}};
+  if (const char *const options = std::getenv("ASAN_OPTIONS")) variables["ASAN_OPTIONS"] = options;
   for (const auto &[name, value] : given) variables[name] = value;
   std::vector<std::string> assignments;
   for (const auto &[name, value] : variables) assignments.push_back(name + "=" + value);

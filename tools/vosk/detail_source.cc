@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 #include <string_view>
@@ -48,9 +49,10 @@ bool copy_stream(int from, int to) {
   return false;
 }
 
-bool is_pipe(const std::string &name) {
+// A pipe or a device: neither can be copied by its name, and some have no end.
+bool is_stream(const std::string &name) {
   struct stat st {};
-  return stat(name.c_str(), &st) == 0 && (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode));
+  return stat(name.c_str(), &st) == 0 && (S_ISFIFO(st.st_mode) || S_ISCHR(st.st_mode));
 }
 
 }  // namespace
@@ -66,7 +68,7 @@ detail_source detail_source::of_text(const std::string &text) {
 
 detail_source detail_source::of_file(const std::string &name) {
   const bool standard_input = name == "-";
-  if (!standard_input && !is_pipe(name)) return detail_source(name);
+  if (!standard_input && !is_stream(name)) return detail_source(name);
   const unique_fd opened(standard_input ? dup(0) : open(name.c_str(), O_RDONLY | O_CLOEXEC));
   if (!opened.valid()) fail("cannot read the details");
   detail_source source(memory_file());

@@ -12,7 +12,7 @@ namespace vosk {
 // A file's name, or a file in memory that has one as long as this object lives.
 class detail_source {
  public:
-  // Pipes, and standard input for "-", are read to their end, or to the largest size that is kept. Throws
+  // Pipes, devices and, for "-", standard input are read to their end, or to the largest size that is kept. Throws
   // std::runtime_error where they cannot be.
   static detail_source of_file(const std::string &name);
   static detail_source of_name(const std::string &name) { return detail_source(name); }

@@ -1,6 +1,6 @@
 #include "environment_values.h"
 
-#include <sys/mman.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,18 +19,22 @@ namespace vosk {
 namespace {
 
 constexpr int kStacksDisabled = 42;
-constexpr std::size_t kLongestAnswer = 65536;
 
 [[noreturn]] void fail() {
   throw std::runtime_error("cannot read what the library prints: " + error_text(errno));
 }
 
-// Standard output goes to a file in memory as long as this object lives.
+// Standard output goes into a pipe as long as this object lives: no limit on files keeps the library from printing, and
+// what does not fit is more than it prints.
 class captured_output {
  public:
-  captured_output() : memory_(memfd_create("environment", MFD_CLOEXEC)), kept_(dup(1)) {
+  captured_output() : kept_(fcntl(1, F_DUPFD_CLOEXEC, 3)) {
+    int ends[2];
     (void)std::fflush(stdout);
-    if (!memory_.valid() || !kept_.valid() || dup2(memory_.get(), 1) < 0) fail();
+    if (!kept_.valid() || pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) fail();
+    reading_ = unique_fd(ends[0]);
+    const unique_fd writing(ends[1]);
+    if (dup2(writing.get(), 1) < 0) fail();
   }
   captured_output(const captured_output &) = delete;
   captured_output &operator=(const captured_output &) = delete;
@@ -39,10 +43,13 @@ class captured_output {
   std::string take() {
     const bool flushed = std::fflush(stdout) == 0;
     restore();
-    std::string text(kLongestAnswer, '\0');
-    const ssize_t size = pread(memory_.get(), text.data(), text.size(), 0);
-    if (!flushed || size < 0) fail();
-    text.resize(static_cast<std::size_t>(size));
+    if (!flushed) fail();
+    std::string text;
+    char buffer[4096];
+    ssize_t size = 0;
+    while ((size = read(reading_.get(), buffer, sizeof buffer)) > 0)
+      text.append(buffer, static_cast<std::size_t>(size));
+    if (size < 0) fail();
     return text;
   }
 
@@ -53,7 +60,7 @@ class captured_output {
     kept_ = unique_fd();
   }
 
-  unique_fd memory_, kept_;
+  unique_fd kept_, reading_;
 };
 
 std::vector<std::string> expected_names(int option_code, int code) {

@@ -1,6 +1,7 @@
 // vosk push and vosk log: record an incident for the process that calls this program.
 
 #include <charconv>
+#include <csignal>
 #include <iterator>
 #include <limits>
 
@@ -109,6 +110,8 @@ detail_source details_of(const incident &what) {
 }  // namespace
 
 int push(const common_options &common, const push_options &options) {
+  // A limit on the size of files shall cost the details, not the record.
+  (void)std::signal(SIGXFSZ, SIG_IGN);
   incident what = incident_of(options);
   const detail_source details = details_of(what);
   what.detail_file = details.path();
