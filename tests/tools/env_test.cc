@@ -132,6 +132,7 @@ TEST_P(Env, WorksWhereverAShellEvaluatesIt) {
       {"in a loop", "for i in 1; do eval \"$(vosk env create $$)\"; done; show"},
       {"in a condition", "if eval \"$(vosk env create $$)\"; then show; fi"},
       {"without an output to spare", "eval \"$(vosk env create $$ 2>&-)\"; show"},
+      {"where no file can grow", "eval \"$(ulimit -f 0; vosk env create $$)\"; show"},
       {"without any input", "eval \"$(vosk env create $$ <&-)\"; show"},
   };
   for (const auto &row : rows) {
