@@ -1,5 +1,6 @@
 // qx_bench [--milliseconds N] [--gate]: one table of ratios, measured side by side. Started by run.sh, which gives it
-// directories and sockets of its own. With --gate the exit status is 1 when a road misses its goal by more than 0.10.
+// directories and sockets of its own. With --gate the roads alone are measured, and the exit status is 1 when one
+// misses its goal by more than 0.10 in each of three attempts.
 #include <sys/utsname.h>
 
 #include <cstdio>
@@ -35,12 +36,15 @@ int main(int argc, char **argv) {
               machine.machine, bench::kRounds, milliseconds);
   bool missed = false;
   bench::print_heading("floor ns");
-  bench::measure_roads(stack, milliseconds, [&](const bench::row &r) {
+  bench::measure_roads(stack, milliseconds, gate ? 3 : 1, [&](const bench::row &r) {
     bench::print_row(r);
-    if (r.goal != 0 && r.result.ratio() > r.goal + 0.10) missed = true;
+    if (r.goal != 0 && r.result.ratio() > r.goal + bench::kTolerance) missed = true;
   });
+  if (gate) {
+    std::printf("\ngate (goal + %.2f): %s\n", bench::kTolerance, missed ? "MISSED" : "kept");
+    return missed ? 1 : 0;
+  }
   bench::print_heading("peer ns");
   bench::measure_peers(stack, milliseconds, bench::print_row);
-  if (gate) std::printf("\ngate (goal + 0.10): %s\n", missed ? "MISSED" : "kept");
-  return gate && missed ? 1 : 0;
+  return 0;
 }
