@@ -22,8 +22,12 @@ if(QX_VOSK_SANITIZE)
   # Instrumented code hides from the compiler what is set where: with it, this warning finds faults in <regex>.
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
-if(QX_VOSK_FUZZ AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+if(QX_VOSK_FUZZ AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT QX_VOSK_SANITIZE STREQUAL "memory")
   add_compile_options(-fsanitize=fuzzer-no-link)  # what is fuzzed tells the fuzzer where it has been
+endif()
+if(QX_VOSK_SANITIZE STREQUAL "memory")
+  # The C++ library itself is not instrumented; what it offers as templates becomes part of our objects, which are.
+  add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-D_GLIBCXX_EXTERN_TEMPLATE=0>)
 endif()
 option(QX_VOSK_COVERAGE "Instrument for coverage" OFF)
 if(QX_VOSK_COVERAGE)

@@ -43,6 +43,37 @@ part_tidy() {
   return "$status"
 }
 
+# Each warning that stays is listed with its reason.
+part_cppcheck() {
+  need_packages cppcheck
+  tracked_files 'lib/*.cc' 'utils/*.cc' 'messages/*.cc' 'libqx_cu/*.cc' 'tools/*.cc' |
+    xargs -0 cppcheck --quiet -j "$jobs" --language=c++ --std=c++20 --library=posix,gnu --error-exitcode=1 \
+      --enable=warning,performance,portability --suppressions-list=cmake/dev/cppcheck.txt \
+      -I include -I . -I messages -I tools
+}
+
+# The seeds of the fuzz targets: the tests themselves bring an allocator that valgrind cannot see through.
+part_valgrind() {
+  need_packages valgrind
+  build release fuzz_targets
+  for seeds in fuzz/corpus/*; do
+    printf '%s: ' "${seeds##*/}"
+    valgrind --quiet --error-exitcode=99 --leak-check=full "build/bin/${seeds##*/}" -runs=100 "$seeds"
+  done
+}
+
+# Of what is read, nothing is used before it was written. Not the tools' reader: it keeps trees, whose code in the C++
+# library is not instrumented.
+part_msan() {
+  need_packages fuzz
+  build msan fuzz_targets
+  for seeds in fuzz/corpus/*; do
+    [ "${seeds##*/}" != fuzz_stack_reader ] || continue
+    printf '%s: ' "${seeds##*/}"
+    without_aslr "build-msan/bin/${seeds##*/}" "$seeds"
+  done
+}
+
 part_asan() {
   build asan
   UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1} sanitized_tests asan
@@ -54,7 +85,7 @@ part_tsan() {
   TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1} sanitized_tests tsan -L threads
 }
 
-parts="format clang tidy asan tsan"
+parts="format clang tidy cppcheck asan tsan msan valgrind"
 [ $# -gt 0 ] || eval "set -- $parts"
 for part in "$@"; do
   case " $parts " in

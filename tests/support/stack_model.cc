@@ -1,10 +1,13 @@
 #include "support/stack_model.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 
 #include "support/files.h"
 
@@ -176,22 +179,25 @@ std::int64_t File::size() const {
 }
 
 std::string difference(const File &model, const std::string &path) {
-  std::error_code error;
-  auto size = static_cast<std::int64_t>(std::filesystem::file_size(path, error));
-  if (error) return path + ": " + error.message();
-  if (size != model.size()) return "sizes " + std::to_string(model.size()) + " and " + std::to_string(size);
-  std::ifstream file(path, std::ios::binary);
+  struct stat status = {};
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0 || fstat(fd, &status) != 0) return path + ": " + std::strerror(errno);
+  const std::int64_t size = status.st_size;
   auto compare = [&](std::int64_t offset, std::size_t length) {
     std::string found(length, '\0');
-    file.seekg(offset);
-    file.read(found.data(), static_cast<std::streamsize>(length));
+    if (pread(fd, found.data(), length, offset) < 0) found = "unreadable";
     return files::difference(stretch(model, offset, length), found);
   };
+  if (size != model.size()) {
+    close(fd);
+    return "sizes " + std::to_string(model.size()) + " and " + std::to_string(size);
+  }
   std::string found = compare(0, static_cast<std::size_t>(std::min(size, kNear)));
   for (const Write &write : model.far) {
     std::string more = compare(write.offset, write.bytes.size());
     if (!more.empty()) found += " behind " + std::to_string(write.offset) + ": " + more;
   }
+  close(fd);
   return found;
 }
 
