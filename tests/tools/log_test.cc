@@ -349,6 +349,42 @@ TEST_F(Log, OfAHostileKindIsReadHarmlesslyAndInBounds) {
   EXPECT_LT(usage.ru_maxrss, 64 * 1024) << "kilobytes, of a log of 80 MiB";
 }
 
+TEST_F(Log, SurvivesLoopsAndSelfReferencesAcrossStacksAndLogs) {
+  const std::string a = log_eid(kStart), b = builder::stack_eid(500, kStart + 1, 0), c = log_eid(kStart + 2),
+                    self = log_eid(kStart + 3);
+  builder::record r;
+  r.eid = b;
+  r.seconds = kStart + 1;
+  r.associated = a;
+  builder::model m;
+  ASSERT_TRUE(m.push(builder::record_bytes(r)));
+  tool::write_stack(dir_ / "stack", m.file());
+  ASSERT_TRUE(files::write(dir_ / "log", log_line(a, c, "a") + log_line(c, b, "c") + log_line(self, self, "self") +
+                                             log_line("", self, "last")));
+  for (const std::string &eid : {a, b, c}) {
+    const tool::result t = tool::run({"vosk", "trace", "--dir", dir_ / "stack", "--log", dir_ / "log", eid});
+    EXPECT_EQ(t.status, 0) << t.err;
+    EXPECT_THAT(t.out, testing::ContainsRegex("^2023[^\n]* a " + a + "[^\n]*\n└─ \\+1[^\n]* " + b +
+                                              "[^\n]*\n   └─ \\+1[^\n]* c " + c +
+                                              "[^\n]*\n      └─ [^\n]*\\(above already\\) " + a + "\n$"));
+  }
+  const tool::result t = tool::run({"vosk", "trace", "--log", dir_ / "log", self});
+  EXPECT_THAT(t.out, testing::ContainsRegex("self " + self + " <- asked for \\(refers to itself\\)\n└─ [^\n]*last"));
+}
+
+TEST_F(Log, OfAnotherNodeHasItsDetailFilesAmongTheCopies) {
+  const std::string eid = log_eid(kStart), gone = log_eid(kStart + 1);
+  ASSERT_EQ(mkdir((dir_ / "dumps").c_str(), 0755), 0);
+  ASSERT_TRUE(files::write(dir_ / "dumps/orderd.1.20231114.221320", "settings\n"));
+  ASSERT_TRUE(files::write(std::string(sandbox::kDumps) + "/orderd.1.20231114.221320", "of this node\n"));
+  ASSERT_TRUE(files::write(dir_ / "log", log_line(eid, "", "m", "/var/adm/vosk/dumps/orderd.1.20231114.221320") +
+                                             log_line(gone, "", "m", "/var/adm/vosk/dumps/gone")));
+  EXPECT_EQ(tool::run({"vosk", "detail", "--dir", dir_.path(), "--log", dir_ / "log", eid}).out,
+            "-- detail file " + dir_ / "dumps/orderd.1.20231114.221320" + ": there, owner root, 9 bytes\nsettings\n");
+  EXPECT_EQ(tool::run({"vosk", "detail", "--dir", dir_.path(), "--log", dir_ / "log", gone}).status, 4);
+  EXPECT_THAT(tool::run({"vosk", "detail", "--log", dir_ / "log", eid}).out, HasSubstr("of this node\n"));
+}
+
 TEST_F(Log, GivesRecordsWithoutAnIdentifierTheirPlaceInTheIncident) {
   const std::string eid = log_eid(kStart);
   ASSERT_TRUE(files::write(dir_ / "log", log_line(eid, "", "cause") + log_line("", eid, "one") +
