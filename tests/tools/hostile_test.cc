@@ -104,6 +104,28 @@ TEST(HostileDirectory, IsReadWithoutHangingOrFollowingAnything) {
   if (device) {
     EXPECT_THAT(r.err, HasSubstr("vosk: skipped " + (dir / "device") + ": a device\n"));
   }
+
+  // Nor does any other verb hang, or look outside; the records in the three good stacks, the locked one too, are one.
+  const std::string eid = builder::stack_eid(builder::kInode, 1700000000, 0);
+  struct {
+    std::vector<std::string> arguments;
+    int status;
+  } const rows[] = {
+      {{"vosk", "verify", dir.path()}, 0},
+      {{"vosk", "list", dir.path()}, 0},
+      {{"vosk", "show", "--dir", dir.path(), eid}, 0},
+      {{"vosk", "detail", "--dir", dir.path(), eid}, 0},
+      {{"vosk", "trace", "--log", "none", "--dir", dir.path(), eid}, 0},
+      {{"vosk", "annotate", "--dir", dir.path(), dir / "good1"}, 0},
+      {{"vosk", "annotate", "--dir", dir.path(), dir / "name\n\x1b[31m"}, 0},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.arguments[1]);
+    tool::result other;
+    EXPECT_LT(seconds_of([&] { other = tool::run(row.arguments); }), 10);
+    EXPECT_EQ(other.status, row.status) << other.out.substr(0, 1000) << other.err.substr(0, 1000);
+    EXPECT_THAT(other.out, testing::Not(HasSubstr(elsewhere.path())));
+  }
   (void)close(socket_fd);
 }
 

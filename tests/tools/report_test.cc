@@ -247,6 +247,56 @@ TEST_F(Report, MergesSeveralStacksOnOneLineOfTime) {
   EXPECT_THAT(r.out, HasSubstr(", copied from i-node 1234567\n"));
 }
 
+// Each node has a clock of its own; a record tells its node, and what cannot be true of one clock is said.
+TEST_F(Report, MergesSeveralNodesAndDoesNotHideThatTheirClocksDiffer) {
+  const std::string other = builder::digits(0x0B01A8C0, 6) + "...................";  // 192.168.1.11
+  builder::record disk, app, db;
+  disk.at(1700000010, 0, 500).process = "disk";
+  app.eid = builder::stack_eid(600, 1700000008, 500000, other);
+  app.seconds = 1700000008;
+  app.associated = disk.eid;
+  app.process = "app";
+  db.at(1700000009, 0, 500).process = "db";
+  db.associated = disk.eid;
+  ASSERT_EQ(mkdir((dir_ / "node10").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir((dir_ / "node11").c_str(), 0755), 0);
+  const auto write = [](const std::string &path, const std::vector<builder::record> &records) {
+    builder::model m;
+    for (const builder::record &r : records) EXPECT_TRUE(m.push(builder::record_bytes(r)));
+    tool::write_stack(path, m.file());
+  };
+  write(dir_ / "node10/same_name", {disk, db});
+  write(dir_ / "node11/same_name", {app});
+  const tool::result r = tool::run({"vosk", "report", "--dir", dir_.path()});
+  EXPECT_EQ(r.status, 0);
+  const auto line = [](const std::string &second, const std::string &process, const std::string &eid) {
+    return "2023-11-14 22:13:" + second + " +0000 " + process + " myproduct worker.c:12 cannot open /etc/thing " + eid +
+           "\n";
+  };
+  EXPECT_THAT(r.out,
+              testing::EndsWith(
+                  "\n-- the next record follows from one that was made 1.500000 s later on 192.168.1.10: the nodes' "
+                  "clocks differ\n" +
+                  line("28.500000", "app[4711] on 192.168.1.11", app.eid) +
+                  line("30.000000", "disk[4711] on 192.168.1.10", disk.eid) +
+                  "-- the clock went back by 1.000000 s in " + dir_ / "node10/same_name" +
+                  "\n-- the next record follows from one that was made 1.000000 s later: the clock was set back\n" +
+                  line("29.000000", "db[4711] on 192.168.1.10", db.eid)));
+  std::vector<std::string> types;
+  for (const auto &object : tool::json_lines(tool::run({"vosk", "report", "--json", "--dir", dir_.path()}).out)) {
+    types.push_back(object["type"]);
+    if (types.back() != "clock_difference") continue;
+    EXPECT_THAT(object["microseconds"], testing::AnyOf(1500000, 1000000));
+    EXPECT_EQ(object["node_of_cause"], "192.168.1.10");
+  }
+  EXPECT_THAT(types, testing::ElementsAre("coverage", "coverage", "clock_difference", "record", "record", "clock_step",
+                                          "clock_difference", "record"));
+  // The tree has both nodes' records, with the same to say about their clocks.
+  const std::string tree = tool::run({"vosk", "trace", "--log", "none", "--dir", dir_.path(), app.eid}).out;
+  EXPECT_THAT(tree, HasSubstr("\n├─ -1.500000 s (the nodes' clocks differ) app[4711] on 192.168.1.11 worker.c:12"));
+  EXPECT_THAT(tree, HasSubstr("\n└─ -1.000000 s (the clock went back) db[4711] worker.c:12"));
+}
+
 TEST_F(Report, ReadsTheStackThatTheEnvironmentNames) {
   make_incident();
   EXPECT_THAT(tool::run({"vosk", "report"}, tool::options::with({{"VOSKSTACK", stack_}})).out, StartsWith(coverage()));

@@ -67,6 +67,7 @@ void follower::run(reporter &to, const time_window &window, const record_filter 
       if (seen_.count(file.path) == 0) print_coverage(to.out(), common_, file);
       if (!file.contents.damages.empty()) status.damage = true;
     }
+    to.note_nodes(found.stacks);
     print_new(to, found.stacks, window, filter);
     for (const stack_file &file : found.stacks) forget_what_is_gone(file);
     for (const refused_file &file : found.refused)

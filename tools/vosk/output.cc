@@ -44,6 +44,19 @@ const char *chosen_pager() {
   return geteuid() == 0 ? "less" : pager;
 }
 
+// The pager of this program, for the handler.
+volatile sig_atomic_t pager_of_all = -1, pipe_to_pager = -1;
+
+// An interrupt goes to the pager, too, which may take it as the end of a search. Whoever started us must not have the
+// terminal back before the pager has ended.
+void wait_and_end(int signal_number) {
+  (void)close(pipe_to_pager);
+  while (waitpid(pager_of_all, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  (void)std::signal(signal_number, SIG_DFL);
+  (void)std::raise(signal_number);
+}
+
 [[noreturn]] void become_pager(const char *pager, int input, int report) {
   (void)dup2(input, 0);
   std::signal(SIGPIPE, SIG_DFL);
@@ -92,6 +105,9 @@ void output::start_pager() {
   if (started) {
     fd_ = text[1];
     pager_ = child;
+    pager_of_all = child;
+    pipe_to_pager = fd_;
+    (void)std::signal(SIGINT, wait_and_end);
     return;
   }
   (void)close(text[1]);
@@ -126,6 +142,7 @@ bool output::finish() {
     (void)close(fd_);
     while (waitpid(pager_, nullptr, 0) < 0 && errno == EINTR) {
     }
+    (void)std::signal(SIGINT, SIG_DFL);
     pager_ = -1;
     fd_ = 1;
   }

@@ -131,11 +131,13 @@ std::string source_text(const output &out, const record &r) {
   return or_dash(out.safe(or_empty(r.source))) + ":" + number_text(r.line);
 }
 
-std::string short_line(const output &out, const common_options &common, const record &r,
-                       const std::string &description) {
+std::string short_line(const output &out, const common_options &common, const record &r, const std::string &description,
+                       bool with_node) {
+  const std::string node = with_node && r.id && r.id->address ? " on " + r.id->address->text() : "";
   std::string line = out.painted(style::time, time_of(common, r)) + " " +
-                     out.painted(style::process, process_text(out, r)) + " " + or_dash(out.safe(or_empty(r.product))) +
-                     " " + source_text(out, r) + " " + or_dash(out.safe(first_line(description)));
+                     out.painted(style::process, process_text(out, r)) + node + " " +
+                     or_dash(out.safe(or_empty(r.product))) + " " + source_text(out, r) + " " +
+                     or_dash(out.safe(first_line(description)));
   if (!r.intact)
     line += out.painted(style::damage, " [damaged]");
   else if (r.cut)

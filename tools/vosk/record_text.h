@@ -18,9 +18,10 @@ struct placed_record {
   const record *what = nullptr;
 };
 
-// Time, process[pid], product, source:line, first line of the description, identifier.
-std::string short_line(const output &out, const common_options &common, const record &r,
-                       const std::string &description);
+// Time, process[pid], product, source:line, first line of the description, identifier; with the node behind the process
+// if it is wanted.
+std::string short_line(const output &out, const common_options &common, const record &r, const std::string &description,
+                       bool with_node);
 
 // Every field, a line each.
 std::string verbose_block(const output &out, const common_options &common, const placed_record &placed,

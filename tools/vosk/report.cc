@@ -47,6 +47,7 @@ int report(const common_options &given, const report_options &options) {
   exit_status status;
   const collection found = read_names(names);
   reporter to(common, options.format == "verbose", !options.follow);
+  to.note_nodes(found.stacks);
   print_refused(to.out(), common, found, status);
   for (const stack_file &file : found.stacks) {
     print_coverage(to.out(), common, file);

@@ -5,8 +5,15 @@
 
 namespace vosk {
 
+void reporter::note_nodes(const std::vector<stack_file> &files) {
+  for (const stack_file &file : files)
+    for (const record &r : file.contents.records)
+      if (r.id && r.id->address) nodes_.insert(r.id->address->text());
+}
+
 void reporter::print(const chosen_record &chosen) {
   if (chosen.record.clock_went_back > 0) print_clock_step(chosen.record);
+  if (chosen.record.cause_is_later > 0) print_clock_difference(chosen.record);
   const placed_record &r = chosen.record.where;
   if (common_.json) {
     json_line line("record");
@@ -16,7 +23,7 @@ void reporter::print(const chosen_record &chosen) {
     out_.line("");
     out_.write(verbose_block(out_, common_, r, chosen.description));
   } else {
-    out_.write(short_line(out_, common_, *r.what, chosen.description));
+    out_.write(short_line(out_, common_, *r.what, chosen.description, nodes_.size() > 1));
   }
 }
 
@@ -43,6 +50,20 @@ void reporter::print_clock_step(const timed_record &r) {
     out_.write(line.take());
   } else {
     note("the clock went back by " + duration_text(r.clock_went_back) + " in " + out_.safe(*r.where.path));
+  }
+}
+
+void reporter::print_clock_difference(const timed_record &r) {
+  const auto cause = decode_identifier(identifier_text(r.where.what->associated));
+  const bool elsewhere = cause->address && cause->address != r.where.what->id->address;
+  if (common_.json) {
+    json_line line("clock_difference");
+    line.text("file", *r.where.path).number("offset", r.where.what->offset).number("microseconds", r.cause_is_later);
+    if (cause->address) line.text("node_of_cause", cause->address->text());
+    out_.write(line.take());
+  } else {
+    note("the next record follows from one that was made " + duration_text(r.cause_is_later) + " later" +
+         (elsewhere ? " on " + cause->address->text() + ": the nodes' clocks differ" : ": the clock was set back"));
   }
 }
 

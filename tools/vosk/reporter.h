@@ -2,7 +2,9 @@
 #ifndef TOOLS_VOSK_REPORTER_H
 #define TOOLS_VOSK_REPORTER_H
 
+#include <set>
 #include <string>
+#include <vector>
 
 #include "options.h"
 #include "output.h"
@@ -25,15 +27,19 @@ class reporter {
       : common_(common), verbose_(verbose), out_(common, paged) {}
 
   output &out() { return out_; }
+  // Where the records of several nodes are printed, each says its own.
+  void note_nodes(const std::vector<stack_file> &files);
   void print(const chosen_record &chosen);
   void print_outside(const outside_window &outside);
   void note(const std::string &text);
 
  private:
   void print_clock_step(const timed_record &r);
+  void print_clock_difference(const timed_record &r);
 
   const common_options &common_;
   bool verbose_;
+  std::set<std::string> nodes_;
   output out_;
 };
 

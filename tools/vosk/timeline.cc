@@ -25,6 +25,14 @@ struct later {
   }
 };
 
+// Nothing follows from what has not happened yet, but clocks differ.
+std::int64_t microseconds_to_its_cause(const record &r) {
+  const auto cause = decode_identifier(identifier_text(r.associated));
+  if (!r.id || !cause) return 0;
+  const moment caused{cause->seconds, static_cast<std::int32_t>(cause->microseconds.value_or(0))};
+  return std::max<std::int64_t>(microseconds_between(*made_at(r), caused), 0);
+}
+
 }  // namespace
 
 std::optional<moment> made_at(const record &r) {
@@ -49,6 +57,7 @@ std::vector<timed_record> timeline(const std::vector<stack_file> &files) {
     const record *before = from.next > 0 ? &from.file->contents.records[from.next - 1] : nullptr;
     if (before != nullptr && made_later(*before, r))
       taken.clock_went_back = microseconds_between(*taken.at, *made_at(*before));
+    taken.cause_is_later = microseconds_to_its_cause(r);
     line.push_back(taken);
     from.reached = from.key();
     if (++from.next < from.file->contents.records.size()) tracks.push(from);

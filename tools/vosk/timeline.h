@@ -16,6 +16,7 @@ struct timed_record {
   placed_record where;
   std::optional<moment> at;          // nothing for a record without an identifier
   std::int64_t clock_went_back = 0;  // microseconds since the record before it in its file
+  std::int64_t cause_is_later = 0;   // microseconds from the record to the one that it follows from
 };
 
 // Merges the files by time. Within a file the order is the one of the file, whatever its clock did.
