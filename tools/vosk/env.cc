@@ -42,7 +42,7 @@ pid_t calling_shell() {
 
 std::string name_of(const env_options &options, pid_t process) {
   if (options.name.empty()) return command_name(process);
-  const std::string name = as_process_name(options.name);
+  std::string name = as_process_name(options.name);
   if (name.size() > kLongestFileName - kBehindName)
     throw usage_error("--name has more than " + std::to_string(kLongestFileName - kBehindName) + " bytes");
   return name;
