@@ -54,7 +54,8 @@ TEST(Readme, ProgramCompilesRunsAndRecordsAndItsRecordIsReadAsItSays) {
   EXPECT_THAT(stack, HasSubstr("cannot read the settings %s"));
 
   const std::string identifier = ran.output.substr(9, 42);
-  const std::vector<std::string> readings = all_groups(text, "^    build/bin/(vosk [^#\n]*)");
+  const std::string reading_part = text.substr(text.find("## Read what was recorded"));
+  const std::vector<std::string> readings = all_groups(reading_part, "^    build/bin/(vosk [^#\n]*)");
   ASSERT_EQ(readings.size(), 6U);
   for (std::string reading : readings) {
     SCOPED_TRACE(reading);
@@ -74,4 +75,15 @@ TEST(Readme, LinksLeadToFilesOfTheTree) {
   const std::vector<std::string> links = all_groups(text, "]\\(([^):]+)\\)");
   for (const std::string &link : links) EXPECT_TRUE(files::exists(QX_SOURCE_DIR "/" + link)) << link;
   EXPECT_GT(links.size(), 3U);
+}
+
+TEST(Readme, ShellRecordsAsItSays) {
+  const std::string text = readme();
+  const std::string script = command_of(text, "eval") + "\n" + command_of(text, "build/bin/vosk push");
+  const files::TemporaryDirectory tree;
+  ASSERT_TRUE(files::write(tree / "script", script));
+  const shell_result ran =
+      run_shell(tree.path(), "ln -s " QX_BINARY_DIR " build && file=orders sh ./script && build/bin/vosk report");
+  EXPECT_EQ(ran.status, 0) << ran.output;
+  EXPECT_THAT(ran.output, HasSubstr("cannot copy orders"));
 }
