@@ -1,6 +1,7 @@
 #include "arguments.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iostream>
 
 #include "exit_status.h"
@@ -30,7 +31,8 @@ int finish(const CLI::App &app, const CLI::ParseError &error) {
 // write that for an empty one. The words of a command to be run stay as they are.
 std::vector<std::string> words_of(int argc, char **argv) {
   std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-  const bool records = !words.empty() && (words[0] == "push" || words[0] == "log" || words[0] == "env");
+  const bool records =
+      !words.empty() && (words[0] == "push" || words[0] == "log" || words[0] == "env" || words[0] == "run");
   for (std::size_t i = 1; records && i < words.size() && words[i] != "--"; ++i) {
     if (!words[i].starts_with("--") || !words[i].ends_with('=')) continue;
     words[i].pop_back();
@@ -38,6 +40,14 @@ std::vector<std::string> words_of(int argc, char **argv) {
   }
   std::reverse(words.begin(), words.end());
   return words;
+}
+
+// What stands behind the "--" of vosk run is the command's, whatever it looks like. Returns how many arguments are not.
+int set_command_aside(int argc, char **argv, invocation &out) {
+  int own = 2;
+  while (own < argc && std::strcmp(argv[own], "--") != 0) ++own;
+  if (own < argc) out.command.assign(argv + own + 1, argv + argc);
+  return own;
 }
 
 }  // namespace
@@ -65,6 +75,8 @@ void add_common(CLI::App &app, common_options &common) {
 }
 
 std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
+  const bool runs_command = argc > 1 && out.program == "vosk" && std::strcmp(argv[1], "run") == 0;
+  if (runs_command) argc = set_command_aside(argc, argv, out);
   CLI::App app("Records failures with libqx_vosk, and reads what was recorded.", out.program);
   app.set_version_flag("--version", out.program + " " + kVersion);
   app.get_formatter()->column_width(28);
@@ -73,14 +85,19 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
     add_report_alone(app, out, verbs);
   } else {
     app.require_subcommand(1);
-    add_reading_verbs(app, out, verbs);
-    add_recording_verbs(app, out, verbs);
-    add_keeping_verbs(app, out, verbs);
+    // A command is not to wait until all the others have been described.
+    if (!runs_command) {
+      add_reading_verbs(app, out, verbs);
+      add_recording_verbs(app, out, verbs);
+      add_keeping_verbs(app, out, verbs);
+    }
+    add_run_verb(app, out, verbs);
   }
   try {
     app.parse(words_of(argc, argv));
   } catch (const CLI::ParseError &error) {
-    return finish(app, error);
+    const int status = finish(app, error);
+    return runs_command && status == kExitUsage ? kExitNotStarted : status;
   }
   return std::nullopt;
 }

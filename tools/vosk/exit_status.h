@@ -6,6 +6,9 @@ namespace vosk {
 
 inline constexpr int kExitFine = 0, kExitFailure = 1, kExitUsage = 2, kExitDamage = 3, kExitNotFound = 4;
 
+// Of a program that runs a command, whose own statuses are the others.
+inline constexpr int kExitNotStarted = 125, kExitNotExecutable = 126, kExitNoCommand = 127;
+
 struct exit_status {
   bool failure = false;    // something could not be read or written
   bool not_found = false;  // nothing of what was asked for is there

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "options_recording.h"
+#include "options_run.h"
 
 namespace vosk {
 
@@ -81,8 +82,10 @@ struct show_options {
 struct invocation {
   std::string program = "vosk";
   common_options common;
+  std::vector<std::string> command;  // run: what stands behind "--"
+  bool pipe_ignored = false;         // SIGPIPE was, when the program was started
   std::variant<std::monostate, annotate_options, detail_options, env_options, list_options, prune_options, push_options,
-               report_options, show_options, trace_options, verify_options>
+               report_options, run_options, show_options, trace_options, verify_options>
       verb;
 };
 

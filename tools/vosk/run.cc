@@ -17,10 +17,10 @@ namespace vosk {
 namespace {
 
 // A file opened later must not take the place of a standard stream that the caller closed. Written to, these fail as
-// closed ones do.
+// closed ones do, and for other programs they are closed.
 void occupy_standard_descriptors() {
   for (int fd = 0; fd <= 2; ++fd)
-    if (fcntl(fd, F_GETFD) < 0) (void)!open("/dev/null", fd == 0 ? O_WRONLY : O_RDONLY);
+    if (fcntl(fd, F_GETFD) < 0) (void)!open("/dev/null", (fd == 0 ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
 }
 
 }  // namespace
@@ -28,11 +28,12 @@ void occupy_standard_descriptors() {
 int run(const char *program, int argc, char **argv, verb_runner verb) {
   occupy_standard_descriptors();
   (void)std::setlocale(LC_ALL, "");
-  (void)std::signal(SIGPIPE, SIG_IGN);
+  const bool pipe_ignored = std::signal(SIGPIPE, SIG_IGN) == SIG_IGN;
   set_program_name(program);
   try {
     invocation what;
     what.program = program;
+    what.pipe_ignored = pipe_ignored;
     if (const auto status = parse_arguments(argc, argv, what)) return *status;
     return verb(what);
   } catch (const usage_error &error) {

@@ -57,6 +57,9 @@ void add_recording_verbs(CLI::App &app, invocation &out, verb_list &verbs);
 // The verbs that keep what was recorded, and the directories that hold it.
 void add_keeping_verbs(CLI::App &app, invocation &out, verb_list &verbs);
 
+// The verb that runs a command.
+void add_run_verb(CLI::App &app, invocation &out, verb_list &verbs);
+
 // The report verb as a program of its own.
 void add_report_alone(CLI::App &app, invocation &out, verb_list &verbs);
 

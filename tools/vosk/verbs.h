@@ -13,6 +13,7 @@ int list(const common_options &common, const list_options &options);
 int push(const common_options &common, const push_options &options);
 int prune(const common_options &common, const prune_options &options);
 int report(const common_options &given, const report_options &options);
+int run_command(const common_options &common, const run_options &options);
 int show(const common_options &common, const show_options &options);
 int show_environment(const common_options &common, const env_options &options);
 int trace(const common_options &common, const trace_options &options);

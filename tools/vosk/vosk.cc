@@ -16,6 +16,7 @@ struct call_verb {
   int operator()(const prune_options &options) const { return prune(common, options); }
   int operator()(const push_options &options) const { return push(common, options); }
   int operator()(const report_options &options) const { return report(common, options); }
+  int operator()(const run_options &options) const { return run_command(common, options); }
   int operator()(const show_options &options) const { return show(common, options); }
   int operator()(const trace_options &options) const { return trace(common, options); }
   int operator()(const verify_options &options) const { return verify(common, options); }

@@ -1,0 +1,135 @@
+#include "child_signals.h"
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <iterator>
+
+namespace vosk {
+
+namespace {
+
+constexpr int kAskingForEnd[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
+constexpr int kForCommand[] = {SIGUSR1, SIGUSR2, SIGCONT};
+constexpr int kStops[] = {SIGTSTP, SIGTTIN, SIGTTOU};
+
+const struct {
+  int number;
+  void (*handler)(int);
+} kChanged[] = {{SIGCHLD, SIG_DFL}, {SIGTSTP, SIG_DFL}, {SIGTTIN, SIG_DFL},
+                {SIGTTOU, SIG_DFL}, {SIGPIPE, SIG_IGN}, {SIGXFSZ, SIG_IGN}};
+
+void ignore_it(int /*number*/) {}
+
+template <std::size_t N>
+void add_all(sigset_t &set, const int (&numbers)[N]) {
+  for (const int number : numbers) (void)sigaddset(&set, number);
+}
+
+bool is_pending(int number) {
+  sigset_t pending;
+  return sigpending(&pending) == 0 && sigismember(&pending, number) == 1;
+}
+
+struct sigaction plain(void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  return action;
+}
+
+}  // namespace
+
+signal_desk::signal_desk(bool pipe_ignored) {
+  (void)sigemptyset(&desk_);
+  add_all(desk_, kAskingForEnd);
+  add_all(desk_, kForCommand);
+  add_all(desk_, kStops);
+  (void)sigaddset(&desk_, SIGCHLD);
+  (void)sigprocmask(SIG_BLOCK, &desk_, &original_);
+  // A parent that ignores SIGCHLD hands that down, and there would be no status to wait for. An output that can take no
+  // more is none of the command's business.
+  for (std::size_t i = 0; i < std::size(kChanged); ++i) {
+    changed_[i].number = kChanged[i].number;
+    const struct sigaction action = plain(kChanged[i].handler);
+    (void)sigaction(kChanged[i].number, &action, &changed_[i].before);
+    if (kChanged[i].number == SIGPIPE) changed_[i].before = plain(pipe_ignored ? SIG_IGN : SIG_DFL);
+  }
+}
+
+void signal_desk::give_back() const {
+  for (const changed &one : changed_) (void)sigaction(one.number, &one.before, nullptr);
+  (void)sigprocmask(SIG_SETMASK, &original_, nullptr);
+}
+
+void signal_desk::catch_up(pid_t command) {
+  for (const int number : {SIGINT, SIGQUIT, SIGTSTP})
+    if (is_pending(number)) (void)kill(command, number);
+}
+
+siginfo_t signal_desk::next() const {
+  siginfo_t signal{};
+  while (sigwaitinfo(&desk_, &signal) < 0 && errno == EINTR) {
+  }
+  return signal;
+}
+
+void signal_desk::stop_as(int number) const {
+  if (is_pending(SIGCONT)) return;  // it goes on already, and a stop would take that signal away
+  (void)raise(number);
+  sigset_t one;
+  (void)sigemptyset(&one);
+  (void)sigaddset(&one, number);
+  (void)sigprocmask(SIG_UNBLOCK, &one, nullptr);  // stops here, unless nobody is there to let it go on
+  (void)sigprocmask(SIG_BLOCK, &desk_, nullptr);
+}
+
+void signal_desk::only_interrupt() const {
+  const timespec at_once{};
+  while (sigtimedwait(&desk_, nullptr, &at_once) > 0 || errno == EINTR) {
+  }
+  const struct sigaction interrupt = plain(ignore_it);  // without SA_RESTART
+  sigset_t ending;
+  (void)sigemptyset(&ending);
+  add_all(ending, kAskingForEnd);
+  for (const int number : kAskingForEnd) (void)sigaction(number, &interrupt, nullptr);
+  add_all(ending, kStops);
+  (void)sigprocmask(SIG_UNBLOCK, &ending, nullptr);
+}
+
+bool is_passed_on(const siginfo_t &signal, pid_t child) {
+  const bool from_process = signal.si_code <= 0;
+  if (from_process && signal.si_pid == child) return false;  // its message to its parent, not to itself
+  switch (signal.si_signo) {
+    case SIGHUP:
+    case SIGTERM:
+    case SIGUSR1:
+    case SIGUSR2:
+    case SIGCONT:
+      return true;
+    case SIGINT:
+    case SIGQUIT:
+    case SIGTSTP:
+      return from_process;  // the terminal's reach all of its foreground, so the command, too
+    default:
+      return false;
+  }
+}
+
+void die_of(int number) {
+  const rlimit none{};
+  (void)setrlimit(RLIMIT_CORE, &none);
+  (void)prctl(PR_SET_DUMPABLE, 0);  // a core that goes to a program is not bound by the limit
+  const struct sigaction standard = plain(SIG_DFL);
+  (void)sigaction(number, &standard, nullptr);
+  (void)raise(number);
+  sigset_t one;
+  (void)sigemptyset(&one);
+  (void)sigaddset(&one, number);
+  (void)sigprocmask(SIG_UNBLOCK, &one, nullptr);
+  _exit(128 + number);  // the first process of a container does not die of signals
+}
+
+}  // namespace vosk
