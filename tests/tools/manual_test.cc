@@ -18,9 +18,9 @@ namespace {
 const std::string kSource = QX_SOURCE_DIR;
 const std::vector<std::string> kVerbs = {"annotate", "detail", "list", "prune", "report", "show", "trace", "verify"};
 // Those that have pages of their own; some are verbs of verbs.
-const std::map<std::string, std::string> kRecordingVerbs = {{"env create", "vosk-env.1"}, {"env inherit", "vosk-env.1"},
-                                                            {"env log", "vosk-env.1"},    {"env show", "vosk-env.1"},
-                                                            {"log", "vosk-push.1"},       {"push", "vosk-push.1"}};
+const std::map<std::string, std::string> kRecordingVerbs = {
+    {"env create", "vosk-env.1"}, {"env inherit", "vosk-env.1"}, {"env log", "vosk-env.1"}, {"env show", "vosk-env.1"},
+    {"log", "vosk-push.1"},       {"push", "vosk-push.1"},       {"run", "vosk-run.1"}};
 
 // What a shell command prints, and its exit status.
 tool::result shell(const std::string &command) {
@@ -65,16 +65,16 @@ std::string manual(const std::string &page) {
 
 TEST(ToolPages, AreQuietUnderTheLinter) {
   if (shell("command -v mandoc").status != 0) CANNOT_RUN_HERE("mandoc is missing");
-  for (const char *page :
-       {"vosk.1", "vosk-env.1", "vosk-push.1", "vkstkrpt.1", "vosk-stack.5", "vosk-trace.5", "vosk-identifier.5"}) {
+  for (const char *page : {"vosk.1", "vosk-env.1", "vosk-push.1", "vosk-run.1", "vkstkrpt.1", "vosk-stack.5",
+                           "vosk-trace.5", "vosk-identifier.5"}) {
     const tool::result lint = shell("mandoc -Tlint -Wwarning " + kSource + "/man/" + page);
     EXPECT_EQ(lint.status, 0) << lint.out;
   }
 }
 
 TEST(ToolPages, ReferToPagesThatExist) {
-  for (const char *page :
-       {"vosk.1", "vosk-env.1", "vosk-push.1", "vkstkrpt.1", "vosk-stack.5", "vosk-trace.5", "vosk-identifier.5"}) {
+  for (const char *page : {"vosk.1", "vosk-env.1", "vosk-push.1", "vosk-run.1", "vkstkrpt.1", "vosk-stack.5",
+                           "vosk-trace.5", "vosk-identifier.5"}) {
     const std::string text = *files::read(kSource + "/man/" + page);
     for (const std::string &other : all_matches(text, "\n\\.Xr ((vk|vosk|libqx)[^ ]* [0-9])"))
       EXPECT_TRUE(files::exists(kSource + "/man/" + other.substr(0, other.size() - 2) + "." + other.back()))
@@ -111,6 +111,9 @@ TEST(ToolPages, OfTheRecordingVerbsTellOfEveryOptionAndMember) {
   for (const std::string &member :
        all_matches(code.substr(code.find("json_line line(")), "[(.][a-z_]*\\(\"([a-z_]+)\""))
     EXPECT_THAT(manual("vosk-push.1"), HasSubstr(member));
+  for (const std::string &member :
+       all_matches(*files::read(kSource + "/tools/vosk/run_text.cc"), "[(.][a-z_]*\\(\"([a-z_]+)\""))
+    EXPECT_THAT(manual("vosk-run.1"), HasSubstr(member));
 }
 
 TEST(ToolHelp, HasExamplesAndExitStatuses) {
@@ -132,13 +135,15 @@ TEST(Completion, OffersEveryVerbAndOption) {
     return all_matches("\n" + shell("bash -c '" + script + "'").out, "([^\n]+)\n");
   };
   EXPECT_THAT(complete("vosk \"\"", 1), testing::IsSupersetOf(kVerbs));
-  EXPECT_THAT(complete("vosk re", 1), ElementsAreArray({"report"}));
+  EXPECT_THAT(complete("vosk rep", 1), ElementsAreArray({"report"}));
   for (const std::string &verb : kVerbs)
     EXPECT_THAT(complete("vosk " + verb + " --", 2), ElementsAreArray(options_of(verb))) << verb;
   for (const auto &[verb, page] : kRecordingVerbs)
     EXPECT_THAT(complete("vosk " + verb + " --", verb.find(' ') == std::string::npos ? 2 : 3),
                 ElementsAreArray(options_of(verb)))
         << verb;
+  EXPECT_THAT(complete("vosk run -- mandoc --col", 4), testing::Each(testing::Not(HasSubstr("--color"))));
+  EXPECT_THAT(complete("vosk run --cause x -- printen", 5), testing::Contains("printenv"));
   EXPECT_THAT(complete("vosk env i", 2), ElementsAreArray({"inherit"}));
   EXPECT_THAT(complete("vosk env --", 2), ElementsAreArray({"--help"}));
   EXPECT_THAT(complete("vosk push --road a", 3), ElementsAreArray({"auto"}));
