@@ -23,21 +23,17 @@ out=$PWD/build-packages
 as_root= # what roots are made with
 [ "$(id -u)" -eq 0 ] || as_root=sudo
 
-# build_in FOLDER TO [COMMAND...]: builds the tree in FOLDER, after the commands have changed it, and keeps in TO what comes
-# out. A folder without blanks or the like: in others dpkg leaves paths in the debug information.
+# build_in FOLDER TO: builds the tree in FOLDER, and keeps in TO what comes out. A folder without blanks or the like: in others
+# dpkg leaves paths in the debug information.
 build_in() {
-  folder=$1 to=$2
-  shift 2
-  rm -rf "$folder"
-  mkdir -p "$folder" "$to"
-  cp -R "$out/tree" "$folder/source"
+  mkdir -p "$1" "$2"
+  cp -R "$out/tree" "$1/source"
   (
-    cd "$folder/source"
-    [ $# -eq 0 ] || "$@"
+    cd "$1/source"
     # shellcheck disable=SC2086 # words
     quietly $clock dpkg-buildpackage -b -us -uc "-j$jobs"
   )
-  find "$folder" -maxdepth 1 -type f -exec mv -t "$to" {} +
+  find "$1" -maxdepth 1 -type f -exec mv -t "$2" {} +
 }
 
 # copy_packages FROM TO: without those of debug information, which nobody needs for this.
@@ -46,8 +42,17 @@ copy_packages() {
   find "$1" -maxdepth 1 -name '*.deb' ! -name '*-dbgsym_*' -exec cp -t "$2" {} +
 }
 
-next_version() {
-  sed -i '1s/(\(.*\))/(\1+1)/' debian/changelog
+# later_version FROM TO: the same packages under a later version.
+later_version() {
+  mkdir -p "$2"
+  for deb in "$1"/*.deb; do
+    case $deb in *-dbgsym_*) continue ;; esac
+    version=$(dpkg-deb -f "$deb" Version)
+    rm -rf "$out/unpacked"
+    dpkg-deb -R "$deb" "$out/unpacked"
+    sed -i "/^Version:/s/\$/+1/; s/(\([>=]*\) $version)/(\1 $version+1)/g" "$out/unpacked/DEBIAN/control"
+    dpkg-deb --root-owner-group -b "$out/unpacked" "$2" >/dev/null
+  done
 }
 
 rm -rf "$out"
@@ -82,9 +87,7 @@ if [ -n "$long" ]; then
   for deb in "$out"/first/*.deb; do
     cmp "$deb" "$out/again/${deb##*/}" || fail "not reproducible: ${deb##*/}"
   done
-  echo "== packages: build the next version"
-  build_in "$out/build" "$out/next" next_version # the same folder, where ccache helps
-  copy_packages "$out/next" "$out/root/second"
+  later_version "$out/first" "$out/root/second"
 fi
 
 # in_root NAME INCLUDE ARGUMENT: runs packages_in_root.sh in a root that has only the packages of INCLUDE besides apt.
