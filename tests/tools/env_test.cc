@@ -178,6 +178,14 @@ TEST_P(Env, WithoutAProcessIdEitherMeansTheShellOrRefuses) {
   EXPECT_GE(meant, 4);
 }
 
+// Addresses do not tell a shell from the one that started it where they are not random.
+TEST_P(Env, TellsAShellFromASubshellAtTheSameAddresses) {
+  if (run("setarch -R true").status != 0) CANNOT_RUN_HERE("setarch may not fix addresses");
+  const auto r = run("setarch -R " + GetParam() + " -c ':; " + GetParam() +
+                     " -c \"eval \\\"\\$(vosk env create)\\\"; test \\$VOSKPID = \\$\\$; echo \\$?\"; :'");
+  EXPECT_EQ(r.out, "0\n") << r.err;
+}
+
 TEST_P(Env, FailsTheEvalWithTheLibrarysResultAndChangesNothing) {
   sandbox::fresh();
   const struct {

@@ -108,7 +108,9 @@ bool is_ancestor(pid_t ancestor, pid_t id) {
 }
 
 bool is_copy_of(const process &id, const process &other) {
-  return id.image.stack != 0 && id.image == other.image && executable_of(id.id) == executable_of(other.id);
+  // Where addresses are not random, the same program can lie at the same place in any two processes.
+  return id.image.stack != 0 && id.image == other.image && executable_of(id.id) == executable_of(other.id) &&
+         command_line(id.id) == command_line(other.id);
 }
 
 bool is_shell(pid_t id) {
