@@ -6,7 +6,7 @@
 #include "reader/escape.h"
 
 // A library with the five routines that libqx_vosk needs may stand in for libqx_cu; it need not have this one.
-extern "C" int cu_get_error_1(cu_error_t *error) __attribute__((weak));
+#pragma weak cu_get_error_1
 
 namespace vosk {
 
