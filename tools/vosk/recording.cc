@@ -92,7 +92,7 @@ recording record_in_log(const incident &what, recorder who) {
 // that is asked.
 std::string source_for(pid_t id) {
   const pid_t owner = owner_of_environment();
-  const std::string own = command_name(id);
+  std::string own = command_name(id);
   for (int depth = 0; depth < 16 && id > 1; ++depth) {
     if (const auto script = script_name(id)) return *script;
     const auto found = find_process(id);
@@ -133,7 +133,7 @@ void fill_in_defaults(incident &what, recorder who) {
 
 recording record(const incident &what, recorder who, road way) {
   if (way == road::log) return record_in_log(what, who);
-  const recording in_stack = record_in_stack(what, who);
+  recording in_stack = record_in_stack(what, who);
   if (in_stack.made || way == road::stack) return in_stack;
   recording in_log = record_in_log(what, who);
   in_log.stack_code = in_stack.code;

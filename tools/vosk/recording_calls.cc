@@ -76,7 +76,7 @@ std::size_t whole_characters(const std::string &text, std::size_t room) {
   if (text.size() <= room) return text.size();
   std::size_t end = 0;
   for (;;) {
-    const std::string_view rest = std::string_view(text).substr(end);
+    const std::string_view rest{text.data() + end, text.size() - end};
     const std::size_t length = rest.starts_with("%%") ? 2 : std::max<std::size_t>(utf8_length(rest), 1);
     if (end + length > room) return end;
     end += length;
