@@ -50,7 +50,7 @@ target_link_options(qx_hardening INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 
 # Library code: no exceptions, no RTTI, nothing visible that is not exported by name, no thread-safe statics.
 add_library(qx_library_code INTERFACE)
-target_compile_options(qx_library_code INTERFACE ${QX_NO_FORTIFY} -fvisibility=hidden
+target_compile_options(qx_library_code INTERFACE ${QX_NO_FORTIFY} -fvisibility=$<IF:$<BOOL:${QX_VOSK_OPEN}>,default,hidden>
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden -fno-threadsafe-statics>)
 target_link_libraries(qx_library_code INTERFACE qx_warnings qx_hardening)
 
