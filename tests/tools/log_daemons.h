@@ -111,8 +111,11 @@ class Journald : public Daemon {
 
  private:
   static std::string program() {
-    for (const char *directory : {"/run/systemd", "/run/systemd/journal", "/run/log", "/run/log/journal"})
+    for (const char *directory :
+         {"/run/systemd", "/run/systemd/journal", "/run/systemd/journald.conf.d", "/run/log", "/run/log/journal"})
       (void)mkdir(directory, 0755);
+    // The kernel's messages and its auditing are the machine's and stay as they are.
+    files::write("/run/systemd/journald.conf.d/test.conf", "[Journal]\nReadKMsg=no\nAudit=\n");
     (void)unlink("/dev/log");
     (void)!symlink("/run/systemd/journal/dev-log", "/dev/log");
     return "/usr/lib/systemd/systemd-journald";
