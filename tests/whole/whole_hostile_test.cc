@@ -155,6 +155,24 @@ TEST_F(WholeHostile, AFakeInFrontOfALinkedRecordDoesNotCoverIt) {
         << record.offset;
 }
 
+// The earliest offset leads to a record whose length is wrong; it ends in the midst of the third one.
+TEST_F(WholeHostile, ALengthThatReachesIntoLaterRecordsHidesNoneOfThem) {
+  put(fresh_file(8192));
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(recorded(push(incident_of(292)).code));
+  std::string file = this->file();
+  const std::vector<Record> before = read_chain(file).records;
+  ASSERT_EQ(before.size(), 3u);
+  put_number(file, before[0].offset, 2 * 300 + 100);
+  put(file);
+  const Pushed pushed = push(incident_of(292));
+  ASSERT_TRUE(recorded(pushed.code));
+  const std::vector<Record> after = search(this->file());
+  ASSERT_EQ(after.size(), 3u);
+  EXPECT_EQ(after[0], before[1]);
+  EXPECT_EQ(after[1], before[2]);
+  EXPECT_EQ(after[2].identifier(), pushed.identifier);
+}
+
 // Everything that a caller can choose is chosen so that from the associated identifier on the record reads as another.
 TEST_F(WholeHostile, ARecordInsideTheArgumentsOfARecordIsNoRecord) {
   environment_.set("VOSKPNAME", "process");

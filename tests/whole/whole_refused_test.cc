@@ -119,5 +119,44 @@ TEST_F(WholeRefused, AFirstRecordWithoutRoomBehindItIsCorrupt) {
   }
 }
 
+// The header that leads away, and the clearing of the oldest record: each a seek and a write.
+TEST_F(WholeRefused, ACallThatFailsWhileRoomIsMadeIsTracedAndEndsThePush) {
+  const struct {
+    const char *call;
+    int nth;
+    std::size_t offset;  // of what was to be written; the record that gives way stands behind the header
+    const char *text;
+  } rows[] = {
+      {"lseek", 2, 4, "Cannot lseek to position 4 in stack - error code 5"},
+      {"write", 1, 4, "Failure in fclear at offset 4 in file - error code 5"},
+      {"lseek", 3, 24, "Cannot lseek to position 24 in stack - error code 5"},
+      {"write", 2, 24, "Failure in fclear at offset 24 in file - error code 5"},
+  };
+  reclaim("whole");
+  put(fresh_file(8192));
+  for (int i = 0; i < 16; ++i) ASSERT_TRUE(recorded(push(incident_of(492)).code));
+  const std::string full = file();
+  const std::string trace = stack() + ".trace";
+  for (const auto &row : rows) {
+    SCOPED_TRACE(testing::Message() << row.call << " " << row.nth);
+    put(full);
+    unlink(trace.c_str());
+    environment_.set("VOSKDEBUG", trace);
+    cu_double::reset();
+    platform::Calls calls;
+    calls.fail_nth(row.call, row.nth, EIO, stack());
+    EXPECT_EQ(calls.during([] { return push(incident_of(492)).code; }), 24);
+    EXPECT_THAT(cu_double::reports(),
+                testing::Contains("24: vosk.cat 1/41 (\"" + stack() + "\", \"vk_clear_records\")"));
+    EXPECT_EQ(trace_file::read(trace).messages("vk_clear_records").back(),
+              trace_file::folded_text("%s\nReturning VOSK_FILE_CORRUPT(-26)\n", row.text));
+    EXPECT_FALSE(files::locked(stack()));
+    if (row.offset == 4) {
+      EXPECT_EQ(files::difference(full, file()), "");
+    }
+  }
+  environment_.unset("VOSKDEBUG");
+}
+
 }  // namespace
 }  // namespace whole_test
