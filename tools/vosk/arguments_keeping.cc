@@ -16,6 +16,23 @@ constexpr char kPruneExamples[] =
     "  PROGRAM --older-than 90d --max-total 200M   and then the oldest, until 200 MiB are left\n"
     "Exit status: 0 done, 1 failure, or --max-total not reached, 2 usage, 4 there are no directories";
 
+constexpr char kDoctorHelp[] =
+    "Look for what keeps recordings from being made or found again: variables, directories, space, the stack and its "
+    "lock, clock, System Log, catalogue, containers. A line for each finding, with the remedy.";
+constexpr char kDoctorExamples[] =
+    "Examples:\n"
+    "  PROGRAM                  for the process that calls it\n"
+    "  PROGRAM --json | jq -r 'select(.severity == \"fault\").name'\n"
+    "Exit status: 0 no fault found, 1 a fault, or failure, 2 usage";
+
+class doctor_verb : public verb_of<doctor_options> {
+ public:
+  doctor_verb(CLI::App &app, invocation &out, const std::string &program)
+      : verb_of(app, out, kDoctorExamples, program) {
+    add_output_options(app, out.common);
+  }
+};
+
 class prune_verb : public verb_of<prune_options> {
  public:
   prune_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kPruneExamples, program) {
@@ -33,6 +50,7 @@ class prune_verb : public verb_of<prune_options> {
 }  // namespace
 
 void add_keeping_verbs(CLI::App &app, invocation &out, verb_list &verbs) {
+  add_verb<doctor_verb>(app, out, verbs, "doctor", kDoctorHelp);
   add_verb<prune_verb>(app, out, verbs, "prune", kPruneHelp);
 }
 

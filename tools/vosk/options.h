@@ -68,6 +68,8 @@ struct prune_options {
   bool dry_run = false;
 };
 
+struct doctor_options {};
+
 struct list_options {
   std::vector<std::string> names;
   bool failed = false;  // only stacks that refuse the next recording
@@ -84,8 +86,8 @@ struct invocation {
   common_options common;
   std::vector<std::string> command;  // run: what stands behind "--"
   bool pipe_ignored = false;         // SIGPIPE was, when the program was started
-  std::variant<std::monostate, annotate_options, detail_options, env_options, list_options, prune_options, push_options,
-               report_options, run_options, show_options, trace_options, verify_options>
+  std::variant<std::monostate, annotate_options, detail_options, doctor_options, env_options, list_options,
+               prune_options, push_options, report_options, run_options, show_options, trace_options, verify_options>
       verb;
 };
 

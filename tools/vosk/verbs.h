@@ -8,6 +8,7 @@ namespace vosk {
 
 int annotate(const common_options &common, const annotate_options &options);
 int detail(const common_options &common, const detail_options &options);
+int doctor(const common_options &common, const doctor_options &options);
 int env(const common_options &common, const env_options &options);
 int list(const common_options &common, const list_options &options);
 int push(const common_options &common, const push_options &options);

@@ -11,6 +11,7 @@ struct call_verb {
   int operator()(const std::monostate & /*none*/) const { return kExitUsage; }
   int operator()(const annotate_options &options) const { return annotate(common, options); }
   int operator()(const detail_options &options) const { return detail(common, options); }
+  int operator()(const doctor_options &options) const { return doctor(common, options); }
   int operator()(const env_options &options) const { return env(common, options); }
   int operator()(const list_options &options) const { return list(common, options); }
   int operator()(const prune_options &options) const { return prune(common, options); }
