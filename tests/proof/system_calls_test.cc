@@ -12,6 +12,7 @@
 
 #include "proof/instrumented.h"
 #include "proof/roads.h"
+#include "support/leaks.h"
 #include "syslog/private_log.h"
 
 namespace proof {
@@ -147,6 +148,7 @@ TEST_F(SystemCalls, OfEveryRoadAreTheseAndNoMore) {
 
 // The library itself takes memory for the assignments of an environment only; libqx_cu does for a push's arguments.
 TEST(Allocations, AreThoseOfTheAssignments) {
+  const leaks::OnPurpose leaks;  // an environment's assignments belong to the process
   const std::map<std::string, int> expected = {{"create", 5},
                                                {"inherit", 2},
                                                {"first push", 1},
