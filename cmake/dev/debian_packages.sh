@@ -18,6 +18,8 @@ case ${1:-} in
   exit 2
   ;;
 esac
+# Debug information is made and compared in any case; packages of it are wanted of a release.
+[ -n "$long" ] || export DEB_BUILD_OPTIONS=noautodbgsym
 [ ! -d /usr/lib/ccache ] || PATH=/usr/lib/ccache:$PATH
 out=$PWD/build-packages
 as_root= # what roots are made with
