@@ -62,8 +62,6 @@ constexpr char kLogExamples[] =
     "  dmesg | PROGRAM --detail-file - \"the disk failed\"\n"
     "Exit status: 0 recorded, 1 not recorded, 2 usage";
 
-const CLI::Range kPositive(1, std::numeric_limits<int>::max());
-
 class env_verb : public verb_of<env_options> {
  public:
   env_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kEnvExamples, program) {
@@ -81,7 +79,9 @@ class env_verb : public verb_of<env_options> {
     CLI::App &app = *env.add_subcommand(name, help);
     app.footer(with_program(examples, "vosk env " + name));
     app.preparse_callback([this, what](std::size_t) { options_.what = what; });
-    app.add_option("PID", options_.process, "The process id of the shell: $$")->check(kPositive)->type_name("");
+    app.add_option("PID", options_.process, "The process id of the shell: $$")
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()))
+        ->type_name("");
     if (what != env_options::action::show)
       app.add_option("--name", options_.name, "The process name in records; the command's name without it")
           ->type_name("NAME");
