@@ -1,6 +1,7 @@
 // vosk doctor: each fault has a name.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -218,6 +219,13 @@ TEST_F(Doctor, NamesAFullOrReadOnlyFileSystem) {
   closed.read_only = true;
   ASSERT_EQ(sandbox::fresh(closed), "");
   EXPECT_THAT(faults(), testing::Contains("directory_denied"));
+}
+
+TEST_F(Doctor, NamesALimitThatNoStackFits) {
+  const rlimit small{1024, RLIM_INFINITY}, any{RLIM_INFINITY, RLIM_INFINITY};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  EXPECT_THAT(faults(), testing::Contains("file_size_limit"));
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &any), 0);
 }
 
 TEST_F(Doctor, NamesWhatTheNodeLacks) {

@@ -1,6 +1,7 @@
 // vosk doctor: what keeps recordings from being made or found, and what to do about it.
 
 #include <algorithm>
+#include <csignal>
 
 #include "exit_status.h"
 #include "findings.h"
@@ -28,6 +29,7 @@ void print(output &out, const common_options &common, const finding &one) {
 }  // namespace
 
 int doctor(const common_options &common, const doctor_options & /*options*/) {
+  (void)std::signal(SIGXFSZ, SIG_IGN);  // the limit that it tells of may be its own output's
   findings found;
   examine_environment(found);
   examine_directories(found);
