@@ -16,8 +16,8 @@ using testing::HasSubstr;
 namespace {
 
 const std::string kSource = QX_SOURCE_DIR;
-const std::vector<std::string> kVerbs = {"annotate", "detail", "doctor", "list",  "prune",
-                                         "report",   "show",   "trace",  "verify"};
+const std::vector<std::string> kVerbs = {"annotate", "collect", "detail", "doctor", "list",
+                                         "prune",    "report",  "show",   "trace",  "verify"};
 // Those that have pages of their own; some are verbs of verbs.
 const std::map<std::string, std::string> kRecordingVerbs = {
     {"env create", "vosk-env.1"}, {"env inherit", "vosk-env.1"}, {"env log", "vosk-env.1"}, {"env show", "vosk-env.1"},
@@ -91,7 +91,7 @@ TEST(ToolPages, TellOfEveryVerbOptionVerdictAndJsonType) {
     for (const std::string &option : options_of(verb)) EXPECT_THAT(text, HasSubstr(option)) << verb;
   }
   for (const char *source : {"coverage", "report", "reporter", "verify", "list", "lookup", "show", "log_text",
-                             "detail_output", "trace", "annotate", "prune", "doctor"}) {
+                             "detail_output", "trace", "annotate", "prune", "doctor", "collect"}) {
     const std::string code = *files::read(kSource + "/tools/vosk/" + source + ".cc");
     for (const std::string &type : all_matches(code, "json_line line\\(\"([a-z_]+)\"\\)"))
       EXPECT_THAT(text, HasSubstr(type)) << source;

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "archive.h"
 #include "safe_file.h"
 #include "stack.h"
 
@@ -15,6 +16,7 @@ namespace vosk {
 
 inline constexpr char kStackDirectory[] = "/var/adm/vosk/stacks";
 inline constexpr char kDumpDirectory[] = "/var/adm/vosk/dumps";
+inline constexpr char kManifestName[] = "manifest.json";  // of a collection
 
 struct directory_entry {
   std::string name;
@@ -34,11 +36,18 @@ bool list_directory(int fd, std::vector<directory_entry> &entries);
 using visit_entry = std::function<void(int dir, const directory_entry &entry, const std::string &path)>;
 bool walk_directory(const std::string &top, int depth, const visit_entry &visit);
 
+// Where a stack is that lies in an archive.
+struct packed_place {
+  std::string archive;  // its path
+  archive_member member;
+};
+
 struct stack_file {
   std::string path;
   file_facts facts;
   bool steady = true;
   stack contents;
+  std::optional<packed_place> packed;
 };
 
 // A file that is not among the stacks, and why.
@@ -49,20 +58,28 @@ struct refused_file {
   std::optional<moment> birth;
 };
 
+// The logs of the collections in a directory, or of the one that `path` is: archives, and files of unpacked ones.
+std::vector<std::string> logs_of_collections(const std::string &path);
+
 struct collection {
   std::vector<stack_file> stacks;  // by path, in the order of the names given
   std::vector<refused_file> refused;
 };
 
-// Reads files and directories. Below a directory that is named, stacks are looked for in the directories that it holds,
-// too; in the node's own stack directory there are none.
+// Reads files and directories, and archives: the stacks in one are read as those in a directory are. Below a directory
+// that is named, stacks are looked for in the directories that it holds, too; in the node's own stack directory there
+// are none.
 class collector {
  public:
   void add(const std::string &path);  // a file or a directory
   void add_file(int dir, const char *name, const std::string &path);
+  void add_packed(const packed_place &place);
   collection take() { return std::exchange(found_, {}); }  // what was added since the last call
 
  private:
+  bool add_archive(int dir, const char *name, const std::string &path);
+  void add_member(int fd, const std::string &archive, const archive_member &member);
+
   lock_patience patience_;
   collection found_;
 };

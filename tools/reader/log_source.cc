@@ -1,6 +1,7 @@
 #include "log_source.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <array>
 #include <cerrno>
 
+#include "archive.h"
 #include "child.h"
 #include "collection.h"
 #include "line_reader.h"
@@ -155,6 +157,10 @@ class source_reader {
       what.reason = error_text(errno);
       return;
     }
+    if (is_archive(fd.get())) {
+      read_archive(name, fd.get());
+      return;
+    }
     const std::string start = first_bytes(fd.get());
     if (start == kJournalMagic) {
       std::vector<std::string> command = journal_command(program_path("journalctl"));
@@ -168,6 +174,30 @@ class source_reader {
       return;
     }
     note_end(read_lines_of(fd.get(), -1, what, size_now(fd.get())), what);
+  }
+
+  // The logs of a collection: the lines that it holds are few.
+  void read_archive(const std::string &name, int fd) {
+    constexpr std::int64_t kMost = std::int64_t{64} << 20;
+    outcomes_.back().result = outcome::read;
+    const archive_contents contents = list_archive(fd);
+    for (const archive_member &member : contents.members) {
+      if (stopped_ || !member.is_in("logs")) continue;
+      log_outcome &what = outcomes_.emplace_back();
+      what.source = name + "/" + member.name;
+      std::vector<unsigned char> bytes;
+      const unique_fd lines(memfd_create("lines", MFD_CLOEXEC));
+      if (member.size > kMost || !lines.valid() || !read_member(fd, member, bytes) ||
+          write(lines.get(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()) ||
+          lseek(lines.get(), 0, SEEK_SET) != 0)
+        what.reason = member.size > kMost ? "larger than the logs of a collection are" : error_text(errno);
+      else
+        note_end(read_lines_of(lines.get(), -1, what), what);
+    }
+    if (contents.damage.empty()) return;
+    log_outcome &whole = outcomes_.emplace_back();
+    whole.source = name;
+    whole.reason = contents.damage;
   }
 
   bool read_through(const std::string &program, std::vector<std::string> command, int input, log_outcome &what) {

@@ -33,7 +33,7 @@ struct log_outcome {
 using take_log_line = std::function<bool(const log_line &)>;
 
 // Reads the lines of all sources, one source after the other. A name is
-//   FILE     a log, plain or compressed, or a file of the journal; also a FIFO
+//   FILE     a log, plain or compressed, or a file of the journal; also a FIFO; of a collection its logs
 //   DIR      the usual syslog files in it
 //   -        standard input
 //   journal  the journal, through journalctl

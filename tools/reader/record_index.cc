@@ -35,7 +35,10 @@ void record_index::read_copies() {
   copies_read_ = true;
   for (const std::string &place : copies_) {
     reader_.add(place);
-    for (const stack_file &file : reader_.take().stacks) copies_by_inode_.emplace(file.contents.inode, file.path);
+    for (const stack_file &file : reader_.take().stacks) {
+      copies_by_inode_.emplace(file.contents.inode, file.path);
+      if (file.packed) packed_.emplace(file.path, *file.packed);
+    }
   }
 }
 
@@ -49,7 +52,11 @@ const stack_file *record_index::cached(const std::string &path) {
 
 const stack_file *record_index::load(const std::string &path) {
   cache_.remove_if([&](const cached_file &entry) { return entry.path == path; });
-  reader_.add_file(AT_FDCWD, path.c_str(), path);
+  const auto packed = packed_.find(path);
+  if (packed != packed_.end())
+    reader_.add_packed(packed->second);
+  else
+    reader_.add_file(AT_FDCWD, path.c_str(), path);
   collection got = reader_.take();
   if (got.stacks.empty()) return nullptr;
   if (cache_.size() == kCachedFiles) cache_.pop_back();

@@ -38,6 +38,7 @@ class record_index {
   std::vector<std::string> copies_;
   std::multimap<std::uint64_t, std::string> by_inode_;         // the node's stacks, by the files' i-nodes
   std::multimap<std::uint64_t, std::string> copies_by_inode_;  // by the i-nodes that their identifiers name
+  std::map<std::string, packed_place> packed_;                 // copies in archives, by path
   std::list<cached_file> cache_;                               // the one used last first
   collector reader_;
   bool copies_read_ = false;

@@ -52,6 +52,8 @@ struct opened_file {
   std::string reason;  // unless result is `read`
   unique_fd fd;
   file_facts facts;
+  std::int64_t content_at = 0;  // of a file in an archive, which `fd` then is: where its `facts.size` bytes begin
+  bool packed = false;
 };
 
 // Opens `name` in the directory `dir` (AT_FDCWD for any path), for reading unless `access` says otherwise.

@@ -26,7 +26,14 @@ bool file_holds(int dir, const char *name, std::string_view text) {
   std::array<char, layout::kReadLimit> bytes;
   if (!fd.valid()) return false;
   const ssize_t size = ::read(fd.get(), bytes.data(), bytes.size());
+  // Whether one of the stacks in an archive holds it is seen when they are read.
+  if (size > 0 && is_archive(fd.get())) return true;
   return size > 0 && memmem(bytes.data(), static_cast<std::size_t>(size), text.data(), text.size()) != nullptr;
+}
+
+bool holds(const stack_file &file, std::string_view text) {
+  const std::vector<unsigned char> &bytes = file.contents.bytes;
+  return memmem(bytes.data(), bytes.size(), text.data(), text.size()) != nullptr;
 }
 
 bool is_regular(int dir, const directory_entry &entry) {
@@ -47,13 +54,16 @@ bool record_search::is_sibling(const stack_file &file) const {
   return std::any_of(file.contents.records.begin(), file.contents.records.end(), same_origin);
 }
 
-void record_search::read(int dir, const char *name, const std::string &path, kept when) {
-  const auto known = [&](const stack_file &file) { return file.path == path; };
-  if (std::any_of(files_.begin(), files_.end(), known)) return;
+void record_search::read(int dir, const char *name, const std::string &path, kept when, std::string_view text) {
+  const auto known = [&](const std::string &other) {
+    return std::any_of(files_.begin(), files_.end(), [&](const stack_file &file) { return file.path == other; });
+  };
+  if (known(path)) return;
   reader_.add_file(dir, name, path);
   collection got = reader_.take();
   if (when == kept::always) refused_.insert(refused_.end(), got.refused.begin(), got.refused.end());
   for (stack_file &file : got.stacks) {
+    if (file.packed && (known(file.path) || !holds(file, text))) continue;
     files_.push_back(std::move(file));
     const stack_file &added = files_.back();
     if (when == kept::always || (when == kept::as_sibling && is_sibling(added))) candidates_.push_back(&added);
@@ -73,7 +83,7 @@ outcome record_search::look_by_inode(const std::string &dir) {
     if ((entry->d_ino & kInodeMask) != inode_ || entry->d_type == DT_DIR) continue;
     std::string path = dir;
     path.append("/").append(entry->d_name);
-    read(dirfd(stream), entry->d_name, path, kept::always);
+    read(dirfd(stream), entry->d_name, path, kept::always, {});
   }
   (void)closedir(stream);
   return outcome::read;
@@ -83,7 +93,7 @@ outcome record_search::look(const std::string &dir, std::string_view text, kept 
   const auto look_at = [&](int fd, const directory_entry &entry, const std::string &path) {
     if (!is_regular(fd, entry)) return;
     ++searched_;
-    if (file_holds(fd, entry.name.c_str(), text)) read(fd, entry.name.c_str(), path, when);
+    if (file_holds(fd, entry.name.c_str(), text)) read(fd, entry.name.c_str(), path, when, text);
   };
   if (walk_directory(dir, kDepth, look_at)) return outcome::read;
   if (errno != ENOTDIR) return outcome_of(errno);

@@ -45,7 +45,7 @@ class record_search {
  private:
   enum class kept { if_found, as_sibling, always };
 
-  void read(int dir, const char *name, const std::string &path, kept when);
+  void read(int dir, const char *name, const std::string &path, kept when, std::string_view text);
   outcome look(const std::string &dir, std::string_view text, kept when);
   bool is_sibling(const stack_file &file) const;
 

@@ -71,7 +71,8 @@ void add_output_options(CLI::App &app, common_options &common) {
 
 void add_common(CLI::App &app, common_options &common) {
   add_output_options(app, common);
-  add_list(app, "--dir", common.copies, "Look at the stacks below DIR, such as copies from other nodes", "DIR");
+  add_list(app, "--dir", common.copies, "Look at the stacks below DIR, or in an archive: copies from other nodes",
+           "DIR");
 }
 
 std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {

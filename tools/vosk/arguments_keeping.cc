@@ -6,6 +6,17 @@ namespace vosk {
 
 namespace {
 
+constexpr char kCollectHelp[] =
+    "Put an incident into one archive that every reading verb reads on any machine, with --dir: the stacks that hold "
+    "its "
+    "records, the copies that they cite, the log lines about it, and a manifest.";
+constexpr char kCollectExamples[] =
+    "Examples:\n"
+    "  PROGRAM IDENTIFIER -o incident.tar                    one incident\n"
+    "  PROGRAM --all -o node1.tar --log /var/log             everything that this node has\n"
+    "  ssh node1 vosk collect --all -o - > node1.tar         from another node\n"
+    "  vosk trace IDENTIFIER --dir node1.tar --dir node2.tar\n"
+    "Exit status: 0 collected, 1 failure, 2 usage, 3 a stack in it is damaged, 4 there is nothing to collect";
 constexpr char kPruneHelp[] =
     "Remove stacks whose processes are gone, and copies of detail files that no remaining stack cites. What is in use, "
     "locked, or not a file of the library stays, and a line says why.";
@@ -33,6 +44,22 @@ class doctor_verb : public verb_of<doctor_options> {
   }
 };
 
+class collect_verb : public verb_of<collect_options> {
+ public:
+  collect_verb(CLI::App &app, invocation &out, const std::string &program)
+      : verb_of(app, out, kCollectExamples, program) {
+    CLI::Option *const id = app.add_option("ID", options_.identifier, "The identifier of any record of the incident");
+    id->type_name("");
+    app.add_flag("--all", options_.all, "Collect all stacks, and all that the logs hold of the library")->excludes(id);
+    app.add_option("-o,--output", options_.output_file, "The archive, which must not exist; - for standard output")
+        ->required()
+        ->type_name("FILE");
+    add_list(app, "--log", options_.logs, "Where to look for log lines: a file, a directory, journal, auto, none",
+             "LOG");
+    add_common(app, out.common);
+  }
+};
+
 class prune_verb : public verb_of<prune_options> {
  public:
   prune_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kPruneExamples, program) {
@@ -50,6 +77,7 @@ class prune_verb : public verb_of<prune_options> {
 }  // namespace
 
 void add_keeping_verbs(CLI::App &app, invocation &out, verb_list &verbs) {
+  add_verb<collect_verb>(app, out, verbs, "collect", kCollectHelp);
   add_verb<doctor_verb>(app, out, verbs, "doctor", kDoctorHelp);
   add_verb<prune_verb>(app, out, verbs, "prune", kPruneHelp);
 }

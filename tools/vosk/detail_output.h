@@ -2,6 +2,9 @@
 #ifndef TOOLS_VOSK_DETAIL_OUTPUT_H
 #define TOOLS_VOSK_DETAIL_OUTPUT_H
 
+#include <functional>
+#include <string_view>
+
 #include "exit_status.h"
 #include "options.h"
 #include "output.h"
@@ -25,6 +28,9 @@ located_detail locate_detail(const common_options &common, const found_record &f
 
 // The same for a recording of the System Log, whose identifier was made on `node`.
 located_detail locate_detail(const common_options &common, const log_record &found, node_test node);
+
+// Hands the content of a copy to `take` in pieces, until that returns false. False, with errno set, on a read error.
+bool read_detail(const opened_file &copy, const std::function<bool(std::string_view)> &take);
 
 // Says what the detail is, and prints its content. Notes in `status` what is gone or cannot be read.
 void print_detail(output &out, const common_options &common, located_detail &detail, exit_status &status);

@@ -55,8 +55,14 @@ void append_evidence(const evidence &fact, std::string &text) {
 
 }  // namespace
 
-std::vector<std::string> logs_or_usual(const std::vector<std::string> &logs) {
-  return logs.empty() ? std::vector<std::string>{"auto"} : logs;
+std::vector<std::string> logs_to_read(const common_options &common, const std::vector<std::string> &logs) {
+  std::vector<std::string> names = logs.empty() ? std::vector<std::string>{"auto"} : logs;
+  if (names == std::vector<std::string>{"none"}) return names;
+  for (const std::string &copies : common.copies) {
+    const std::vector<std::string> more = logs_of_collections(copies);
+    names.insert(names.end(), more.begin(), more.end());
+  }
+  return names;
 }
 
 lookup look_up(const common_options &common, const std::string &text, const lookup_places &places) {
@@ -71,7 +77,7 @@ lookup look_up(const common_options &common, const std::string &text, const look
   looked.node = test_node(*id, addresses_of_this_node());
   if (id->where == location::system_log) {
     looked.logged = places.already != nullptr ? recordings_of(*places.already, text)
-                                              : find_log_records(logs_or_usual(places.logs), text);
+                                              : find_log_records(logs_to_read(common, places.logs), text);
     looked.judged = judge_logged(looked.logged);
   } else {
     looked.judged = judge(*id, looked.node, places_for(common, places.node_only, looked.node), looked.search);

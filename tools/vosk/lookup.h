@@ -37,8 +37,9 @@ struct lookup_places {
 // Takes `text` apart and looks for its record.
 lookup look_up(const common_options &common, const std::string &text, const lookup_places &places);
 
-// The logs that were asked for, or the usual ones.
-std::vector<std::string> logs_or_usual(const std::vector<std::string> &logs);
+// The logs that were asked for, or the usual ones; and those of the collections among the copies, unless the answer was
+// to be none.
+std::vector<std::string> logs_to_read(const common_options &common, const std::vector<std::string> &logs);
 
 // Prints what the identifier says and the verdict.
 void print_verdict(output &out, const common_options &common, const lookup &looked);

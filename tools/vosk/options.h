@@ -62,6 +62,12 @@ struct detail_options {
   bool node_only = false;
 };
 
+struct collect_options {
+  std::string identifier, output_file;
+  bool all = false;
+  std::vector<std::string> logs;  // empty: the usual ones
+};
+
 struct prune_options {
   std::string older_than, max_total;  // as typed
   std::vector<std::string> logs;
@@ -86,8 +92,9 @@ struct invocation {
   common_options common;
   std::vector<std::string> command;  // run: what stands behind "--"
   bool pipe_ignored = false;         // SIGPIPE was, when the program was started
-  std::variant<std::monostate, annotate_options, detail_options, doctor_options, env_options, list_options,
-               prune_options, push_options, report_options, run_options, show_options, trace_options, verify_options>
+  std::variant<std::monostate, annotate_options, collect_options, detail_options, doctor_options, env_options,
+               list_options, prune_options, push_options, report_options, run_options, show_options, trace_options,
+               verify_options>
       verb;
 };
 

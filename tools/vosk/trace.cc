@@ -181,7 +181,7 @@ int trace(const common_options &common, const trace_options &options) {
   for (const std::string &name : names_to_read({}, common))
     if (name != kStackDirectory) names.push_back(name);
   const collection found = read_names(names);
-  const log_findings logged = all_log_records(logs_or_usual(options.logs));
+  const log_findings logged = all_log_records(logs_to_read(common, options.logs));
   const std::vector<incident_entry> entries = entries_of(found.stacks, logged.records);
   const std::vector<incident_node> tree = trace_incident(entries, eid);
   if (tree.empty()) {

@@ -7,6 +7,7 @@
 namespace vosk {
 
 int annotate(const common_options &common, const annotate_options &options);
+int collect(const common_options &common, const collect_options &options);
 int detail(const common_options &common, const detail_options &options);
 int doctor(const common_options &common, const doctor_options &options);
 int env(const common_options &common, const env_options &options);

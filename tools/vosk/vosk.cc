@@ -10,6 +10,7 @@ struct call_verb {
   const common_options &common;
   int operator()(const std::monostate & /*none*/) const { return kExitUsage; }
   int operator()(const annotate_options &options) const { return annotate(common, options); }
+  int operator()(const collect_options &options) const { return collect(common, options); }
   int operator()(const detail_options &options) const { return detail(common, options); }
   int operator()(const doctor_options &options) const { return doctor(common, options); }
   int operator()(const env_options &options) const { return env(common, options); }
