@@ -147,7 +147,8 @@ TEST(RunSignals, StopsWhereTheCommandStopsAndGoesOnWithIt) {
 }
 
 TEST(RunSignals, ATailIsReadOnWhileEverythingElseIsStopped) {
-  running vosk(kReady + "setsid sh -c 'sleep 0.2; head -c 200000 /dev/zero >&2' & wait", true);
+  // The writer is ready when it has left the group.
+  running vosk("setsid sh -c '" + kReady + "sleep 0.2; head -c 200000 /dev/zero >&2' & wait", true);
   ASSERT_GT(vosk.command(), 0);
   ASSERT_EQ(kill(-vosk.pid(), SIGSTOP), 0);
   for (int i = 0; i < 200 && vosk.file("err").size() < 200000; ++i) usleep(20000);
