@@ -27,16 +27,38 @@ int finish(const CLI::App &app, const CLI::ParseError &error) {
   return kExitUsage;
 }
 
+const CLI::App *subcommand_of(const CLI::App &app, const std::string &name) {
+  const auto found = app.get_subcommands([&](const CLI::App *verb) { return verb->get_name() == name; });
+  return found.empty() ? nullptr : found.front();
+}
+
+// True if the word behind `word` is its value, whatever that looks like.
+bool takes_next_word(const CLI::App &verb, const std::string &word) {
+  const CLI::Option *const option = word.starts_with('-') ? verb.get_option_no_throw(word) : nullptr;
+  return option != nullptr && option->get_items_expected_min() > 0;
+}
+
+// "--detail=", where the value is empty.
+bool is_emptied_option(const std::string &word) {
+  return word.starts_with("--") && word.find('=') == word.size() - 1;
+}
+
 // The words as the parser takes them, the last one first. It takes "--detail=" for an option without a value; scripts
 // write that for an empty one. The words of a command to be run stay as they are.
-std::vector<std::string> words_of(int argc, char **argv) {
+std::vector<std::string> words_of(const CLI::App &app, int argc, char **argv) {
   std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
   const bool records =
       !words.empty() && (words[0] == "push" || words[0] == "log" || words[0] == "env" || words[0] == "run");
-  for (std::size_t i = 1; records && i < words.size() && words[i] != "--"; ++i) {
-    if (!words[i].starts_with("--") || !words[i].ends_with('=')) continue;
-    words[i].pop_back();
-    words.emplace(words.begin() + static_cast<std::ptrdiff_t>(++i));
+  const CLI::App *verb = records ? subcommand_of(app, words[0]) : nullptr;
+  for (std::size_t i = 1; verb != nullptr && i < words.size() && words[i] != "--"; ++i) {
+    if (const CLI::App *const below = subcommand_of(*verb, words[i])) {
+      verb = below;
+    } else if (takes_next_word(*verb, words[i])) {
+      ++i;
+    } else if (is_emptied_option(words[i])) {
+      words[i].pop_back();
+      words.emplace(words.begin() + static_cast<std::ptrdiff_t>(++i));
+    }
   }
   std::reverse(words.begin(), words.end());
   return words;
@@ -95,7 +117,7 @@ std::optional<int> parse_arguments(int argc, char **argv, invocation &out) {
     add_run_verb(app, out, verbs);
   }
   try {
-    app.parse(words_of(argc, argv));
+    app.parse(words_of(app, argc, argv));
   } catch (const CLI::ParseError &error) {
     const int status = finish(app, error);
     return runs_command && status == kExitUsage ? kExitNotStarted : status;
