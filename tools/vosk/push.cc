@@ -103,7 +103,8 @@ detail_source details_of(const incident &what) {
     return details;
   } catch (const std::runtime_error &error) {
     complain(error.what());
-    return detail_source::of_name(what.detail_file);
+    // Never "-" itself: a file may have that name.
+    return detail_source::of_name(what.detail_file == "-" ? "/dev/stdin" : what.detail_file);
   }
 }
 
