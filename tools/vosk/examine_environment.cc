@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <optional>
 
@@ -84,10 +86,11 @@ void examine_processes(findings &found) {
   const pid_t owner = owner_of_environment();
   if (value_of("VOSKSTACK").empty() || owner == 0) return;
   const std::string id = "process " + std::to_string(owner);
-  if (!start_of_process(owner))
+  // Processes of others can be there and not be seen.
+  if (kill(owner, 0) != 0 && errno == ESRCH)
     found.fault("owner_gone", id + ", which owns the environment, is gone",
                 "eval \"$(vosk env inherit $$)\" makes a shell the owner; a program calls vk_init_1");
-  else if (!is_ancestor(owner, getppid()))
+  else if (start_of_process(owner) && !is_ancestor(owner, getppid()))
     found.fault("owner_unrelated", id + ", which owns the environment, is no ancestor of this one",
                 "the id is used again, or from another PID namespace: let the environment be created anew");
 }
