@@ -268,6 +268,48 @@ TEST(Prune, KeepsTheCopyThatACutRecordCites) {
   EXPECT_EQ(fate(prune({"--older-than", "30d"}), copy_of(name)), "cited");
 }
 
+TEST(Prune, KeepsCopiesOfTheTimeOfARecordThatIsCutInFrontOfTheirNames) {
+  constexpr std::int64_t kMade = 1700000000;  // when copy_of() says
+  struct {
+    std::size_t filler;
+    std::int64_t at;
+    const char *fate;
+  } const rows[] = {
+      {838, kMade, "cited"},       // in the path of the directory
+      {900, kMade, "cited"},       // in front of it
+      {838, kMade + 59, "cited"},  // a large copy takes its time
+      {838, kMade + 3600, "would_remove"},
+      {900, kMade - 3600, "would_remove"},
+      {10, kMade, "would_remove"},  // whole: it cites none
+  };
+  const std::string by_name = make_copy("by_name", 31 * kDay), by_time = kDumps + "/by_time.1.20240101.000000";
+  ASSERT_TRUE(files::write(by_time, "a copy"));
+  set_age(by_time, time(nullptr) - kMade);
+  for (const auto &row : rows) {
+    SCOPED_TRACE(std::to_string(row.filler) + " " + std::to_string(row.at));
+    builder::record r;
+    r.at(static_cast<std::uint64_t>(row.at), 0);
+    r.default_text = std::string(row.filler, 'm');
+    r.detail = row.filler == 10 ? "text" : by_name;
+    builder::model m;
+    ASSERT_TRUE(m.push(builder::record_bytes(r)));
+    ASSERT_TRUE(m.push(builder::record_bytes({})));
+    tool::write_stack(stack_of("cut"), m.file());
+    const auto lines = prune({"--older-than", "30d", "--dry-run"});
+    EXPECT_EQ(fate(lines, by_name), row.fate);
+    EXPECT_EQ(fate(lines, by_time), row.fate);
+  }
+}
+
+TEST(Prune, RemovesFilesWithTheLongestNames) {
+  for (const char first : {'x', '~'}) {
+    const std::string path = make_copy(first + std::string(236, 'x'), 31 * kDay);
+    ASSERT_EQ(path.size() - kDumps.size() - 1, 255u);
+    EXPECT_EQ(fate(prune({"--older-than", "30d"}), path), "removed") << first;
+  }
+  EXPECT_EQ(files::list(kDumps).size(), 0u);
+}
+
 TEST(Prune, KeepsACopyThatAGivenLogCites) {
   files::TemporaryDirectory logs;
   make_copy("in log", 31 * kDay);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 
 namespace vosk {
@@ -45,7 +46,12 @@ removal_result refuse_lock(int fd, int error) {
 // The file under another name of the directory, so that whoever comes now makes a new one instead of opening this.
 class put_aside {
  public:
-  put_aside(int dir, const std::string &name) : dir_(dir), name_(name), aside_("~" + name) {}
+  put_aside(int dir, const std::string &name) : dir_(dir), name_(name), aside_("~" + name) {
+    if (aside_.size() <= NAME_MAX) return;
+    // The longest name there can be: its end tells what the file is, so another takes the place of its first character.
+    aside_ = name;
+    aside_[0] = name[0] == '~' ? '+' : '~';
+  }
 
   bool done() { return move(name_, aside_); }
   bool undone() { return move(aside_, name_); }

@@ -24,6 +24,8 @@ namespace {
 
 // The record that cites a copy is made after the copy: it may still be to come, however low the limits are.
 constexpr std::int64_t kGrace = std::int64_t{3600} * 1000000;
+// How long before its record a copy is made, and how much after, as clocks are rounded and set; in seconds.
+constexpr std::int64_t kCopying = 60, kSlack = 2;
 constexpr std::int64_t kFreshProcesses = 500;  // milliseconds
 
 std::int64_t milliseconds() {
@@ -184,11 +186,27 @@ void pruner::take_contents(prune_candidate &stack, const vosk::stack &contents) 
       std::int64_t &last = stack.recorders[static_cast<int>(*r.pid)];
       last = std::max(last, r.id ? r.id->seconds : std::int64_t{r.time});
     }
-    // The path is the last text of a record, which may be cut.
-    const auto cited = cited_copy(r.detail.value_or(""));
-    if (!r.cut || !cited) continue;
-    for (const prune_candidate &file : files_)
-      if (!file.is_stack && file.name.starts_with(*cited)) stack.cites.insert(file.name);
+    if (r.cut || !r.detail) take_cut_citation(stack, r);
+  }
+}
+
+// The path is the last text of a record: of a cut one the copy's name may be there in part, or not at all. Then every
+// copy that was made about that time, which not every record has, counts as cited: better one too many than too few.
+void pruner::take_cut_citation(prune_candidate &stack, const record &r) {
+  const std::string_view text = r.detail.value_or("");
+  const auto cited = cited_copy(text);
+  const std::string directory = std::string(kDumpDirectory) + "/";
+  if (!cited && !directory.starts_with(text)) return;
+  const std::int64_t at = r.id ? r.id->seconds : std::int64_t{r.time};
+  const auto is_near = [at](moment made) {
+    return at == 0 || (at - kCopying <= made.seconds && made.seconds <= at + kSlack);
+  };
+  for (const prune_candidate &file : files_) {
+    if (file.is_stack) continue;
+    const auto name = parse_stack_name(file.name);
+    const bool matches =
+        cited ? file.name.starts_with(*cited) : is_near(file.facts.modified) || (name && is_near(name->made));
+    if (matches) stack.cites.insert(file.name);
   }
 }
 

@@ -72,6 +72,7 @@ class pruner {
   void look_at_stacks();
   void look_at_stack(const std::string &name);
   void take_contents(prune_candidate &stack, const vosk::stack &contents);
+  void take_cut_citation(prune_candidate &stack, const record &r);
   void judge_copies();
   void keep(prune_candidate &file, const char *name, std::string text);
   std::optional<kept_reason> used_by(const prune_candidate &stack) const;
