@@ -411,6 +411,18 @@ TEST_F(Log, OfManyRecordingsIsTracedInTime) {
   EXPECT_LT(milliseconds, 300);
 }
 
+TEST_F(Log, OfManyRecordingsWithOneIdentifierIsTracedInTime) {
+  const std::string eid = log_eid(kStart);
+  std::string text;
+  for (int i = 0; i < 20000; ++i) text += log_line(eid, "", std::to_string(i));
+  ASSERT_TRUE(files::write("/var/log/syslog", text));
+  const double milliseconds = tool::milliseconds_of(
+      {"vosk", "trace", eid}, [](const tool::result &r) { EXPECT_THAT(r.out, HasSubstr(" 19999 ")); });
+  std::printf("milliseconds for %zu MiB: %.0f\n", text.size() >> 20, milliseconds);
+  if (proof::kInstrumented) return;  // the time is the sanitizer's
+  EXPECT_LT(milliseconds, 1000);
+}
+
 TEST_F(Log, GivesAnExitStatusForEveryOutcome) {
   const std::string eid = log_eid(kStart), gone = log_eid(kStart + 1);
   ASSERT_TRUE(files::write(dir_ / "log", log_line(eid, "", "m") + log_line(gone, "", "m", "/var/adm/vosk/dumps/gone")));

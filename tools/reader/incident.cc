@@ -1,10 +1,10 @@
 #include "incident.h"
 
 #include <algorithm>
-#include <cstring>
 #include <set>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "identifier.h"
 
@@ -69,9 +69,9 @@ class references {
   std::unordered_map<std::string_view, std::vector<std::string_view>> followers_;
 };
 
-bool same_bytes(const incident_entry &a, const incident_entry &b) {
-  return a.what->size == b.what->size && std::memcmp(a.file->contents.bytes.data() + a.what->offset,
-                                                     b.file->contents.bytes.data() + b.what->offset, a.what->size) == 0;
+std::string_view bytes_of(const incident_entry &entry) {
+  const unsigned char *const bytes = entry.file->contents.bytes.data() + entry.what->offset;
+  return {reinterpret_cast<const char *>(bytes), entry.what->size};
 }
 
 }  // namespace
@@ -88,15 +88,10 @@ bool is_unidentified(const std::string &eid) noexcept {
 
 std::vector<incident_entry> entries_of(const std::vector<stack_file> &files, const std::vector<log_record> &logged) {
   std::vector<incident_entry> entries;
-  std::unordered_multimap<std::string, std::size_t> known;
+  std::unordered_set<std::string_view> known;  // a record's bytes hold its identifiers, too
   const auto add = [&](incident_entry entry) {
     if (entry.eid.empty() && entry.cause.empty()) return;
-    // Records without an identifier are told apart by what they follow from.
-    const std::string key = entry.eid.empty() ? '\0' + entry.cause : entry.eid;
-    const auto [first, last] = known.equal_range(key);
-    const bool copied = std::any_of(first, last, [&](const auto &k) { return same_bytes(entries[k.second], entry); });
-    if (copied) return;
-    known.emplace(key, entries.size());
+    if (!known.insert(bytes_of(entry)).second) return;
     if (entry.eid.empty()) entry.eid = '\0' + std::to_string(entries.size());
     entries.push_back(std::move(entry));
   };

@@ -8,9 +8,18 @@ namespace vosk {
 namespace {
 
 constexpr std::size_t kMostPlaces = 16;
+
 std::size_t bytes_of(const log_record &r) {
   return sizeof r + r.source.size() + r.eid.size() + r.reference.size() + r.detail_file.size() + 2 * r.location.size() +
          r.message.size() + r.process.size() + r.host.size();
+}
+
+// Of all that makes two recordings one: anybody can log any number of lines with one identifier.
+std::size_t key_of(const log_record &r) {
+  std::size_t key = 0;
+  for (const std::string *text : {&r.eid, &r.reference, &r.detail_file, &r.location, &r.message})
+    key = key * 31 + std::hash<std::string>()(*text);
+  return key;
 }
 
 // Keeps each recording once.
@@ -20,8 +29,8 @@ class recordings {
 
   // False if no more can be held.
   bool add(log_record &&r) {
-    const std::string &key = r.eid.empty() ? r.message : r.eid;
-    const auto [first, last] = known_.equal_range(std::hash<std::string>()(key));
+    const std::size_t key = key_of(r);
+    const auto [first, last] = known_.equal_range(key);
     const bool held =
         std::any_of(first, last, [&](const auto &entry) { return same_recording(found_.records[entry.second], r); });
     if (held) return true;
@@ -30,7 +39,7 @@ class recordings {
       found_.too_many = true;
       return false;
     }
-    known_.emplace(std::hash<std::string>()(key), found_.records.size());
+    known_.emplace(key, found_.records.size());
     found_.records.push_back(std::move(r));
     return true;
   }
