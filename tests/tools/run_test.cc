@@ -190,6 +190,18 @@ TEST(Run, PutsTheTailIntoTheRecordWhereNoCopyCanBeKept) {
   EXPECT_THAT(detail, testing::EndsWith("\n999\n1000\n"));
 }
 
+TEST(Run, PutsTheTailIntoTheRecordWhereNoFileCanBePutTogether) {
+  const tool::result r =
+      script().run(kWithStack +
+                   "vosk push first >pushed\n"
+                   "(ulimit -f 8; exec vosk run --stderr-tail -- sh -c 'seq 2000 >&2; exit 1') 2>&1 | cat");
+  EXPECT_THAT(r.out, HasSubstr("\nvosk: cannot keep the details: File too large\n"));
+  EXPECT_THAT(r.out, HasSubstr("\nvosk: sh: exit status 1; recorded as "));
+  const auto records = scripts::records();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_THAT(records[1]["detail"].get<std::string>(), StartsWith("standard error, the last 256 of 8893 bytes:\n"));
+}
+
 TEST(Run, NeitherWaitsForALateWriterNorKillsIt) {
   script s;
   const tool::result r = s.run(kWithStack +

@@ -106,10 +106,8 @@ class runner {
     incident what;
     what.cause = options_.cause;
     what.format = as_format(run_summary(options_.command, end));
-    std::unique_ptr<detail_source> file;
-    if (tail_ && can_keep_files()) {
-      file = std::make_unique<detail_source>(
-          detail_source::of_text(detail_with_tail(options_.command, end, written, kLimitInFile)));
+    const auto file = detail_file(end, written);
+    if (file) {
       what.detail_file = file->path();
     } else {
       if (written.bytes.size() > kTailInRecord) written.bytes.erase(0, written.bytes.size() - kTailInRecord);
@@ -119,6 +117,18 @@ class runner {
     }
     fill_in_defaults(what, recorder::parent);
     return record(what, recorder::parent, road::automatic);
+  }
+
+  // Nothing where there can be no file: that costs details, not the record.
+  std::unique_ptr<detail_source> detail_file(const child_end &end, const stderr_tail::excerpt &written) const {
+    if (!tail_ || !can_keep_files()) return nullptr;
+    try {
+      return std::make_unique<detail_source>(
+          detail_source::of_text(detail_with_tail(options_.command, end, written, kLimitInFile)));
+    } catch (const std::exception &error) {
+      complain(error.what());
+      return nullptr;
+    }
   }
 
   void print(const child_end &end, const recording &made) const {
