@@ -3,13 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 
 #include "support/files.h"
+#include "support/sandbox.h"
 #include "tools/scripts.h"
+#include "vosk/child_signals.h"
 
 using scripts::kWithStack;
 using scripts::script;
@@ -74,6 +77,32 @@ void wait_until_it_goes_on(pid_t process) {
   EXPECT_FALSE(stopped());
 }
 
+// Runs in a process of its own, whose signals are changed for good.
+#define IN_A_PROCESS(...)                                                 \
+  do {                                                                    \
+    const sandbox::Outcome outcome = sandbox::run_child(__VA_ARGS__, 10); \
+    EXPECT_EQ(outcome.kind, sandbox::Outcome::kPassed) << outcome.text;   \
+  } while (false)
+
+// Keeps the lock of the first stack that there is, as any process can.
+class lock_holder {
+ public:
+  explicit lock_holder(const std::string &held) : child_(fork()) {
+    if (child_ != 0) return;
+    while (files::list(sandbox::kStacks).empty()) usleep(5000);
+    const std::string stack = std::string(sandbox::kStacks) + "/" + files::list(sandbox::kStacks)[0];
+    if (lockf(open(stack.c_str(), O_RDWR), F_LOCK, 0) == 0) (void)open(held.c_str(), O_WRONLY | O_CREAT, 0644);
+    for (;;) pause();
+  }
+  ~lock_holder() {
+    (void)kill(child_, SIGKILL);
+    (void)waitpid(child_, nullptr, 0);
+  }
+
+ private:
+  pid_t child_;
+};
+
 const std::string kReady = "echo $$ > ready; ";
 const std::string kIdle = "while :; do sleep 0.05; done";
 
@@ -84,7 +113,7 @@ TEST(RunSignals, PassesOnWhatIsSentToItAlone) {
     int number;
     const char *name;
   } const rows[] = {{SIGTERM, "TERM"}, {SIGHUP, "HUP"}, {SIGUSR1, "USR1"}, {SIGUSR2, "USR2"},
-                    {SIGCONT, "CONT"}, {SIGINT, "INT"}, {SIGQUIT, "QUIT"}};
+                    {SIGCONT, "CONT"}, {SIGINT, "INT"}, {SIGQUIT, "QUIT"}, {SIGALRM, "ALRM"}};
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
     running vosk("trap 'exit 11' " + std::string(row.name) + "; " + kReady + kIdle);
@@ -153,4 +182,54 @@ TEST(RunSignals, ATailIsReadOnWhileEverythingElseIsStopped) {
   ASSERT_EQ(kill(-vosk.pid(), SIGSTOP), 0);
   for (int i = 0; i < 200 && vosk.file("err").size() < 200000; ++i) usleep(20000);
   EXPECT_EQ(vosk.file("err").size(), 200000u);
+}
+
+TEST(RunSignals, TellsTheCommandOnceWhatWasPendingAtItsStart) {
+  IN_A_PROCESS([] {
+    const vosk::signal_desk desk(false);
+    ASSERT_EQ(raise(SIGINT), 0);
+    ASSERT_EQ(raise(SIGUSR1), 0);
+    const pid_t command = fork();
+    if (command == 0)
+      for (desk.give_back();;) pause();
+    vosk::signal_desk::catch_up(command);
+    int status = 0;
+    ASSERT_EQ(waitpid(command, &status, 0), command);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+    sigset_t pending;
+    ASSERT_EQ(sigpending(&pending), 0);
+    EXPECT_EQ(sigismember(&pending, SIGINT), 0);
+    EXPECT_EQ(sigismember(&pending, SIGUSR1), 1);
+  });
+}
+
+TEST(RunSignals, WaitingAfterTheCommandIsInterruptedAgainAndAgain) {
+  IN_A_PROCESS([] {
+    const vosk::signal_desk desk(false);
+    desk.only_interrupt();
+    itimerval left{};
+    ASSERT_EQ(getitimer(ITIMER_REAL, &left), 0);
+    EXPECT_TRUE(left.it_value.tv_sec >= 8 && left.it_value.tv_sec <= 10) << left.it_value.tv_sec;
+    EXPECT_EQ(left.it_interval.tv_sec, 1);
+    desk.only_interrupt(std::chrono::milliseconds(20));
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    char byte = 0;
+    EXPECT_EQ(read(ends[0], &byte, 1), -1);
+    EXPECT_EQ(errno, EINTR);
+  });
+}
+
+TEST(RunSignals, ALockedStackDoesNotKeepTheStatusBack) {
+  // The alarm is sent by hand, and waited for where there is time.
+  const bool soaking = getenv("QX_SOAK") != nullptr;
+  script s;
+  const lock_holder holder(s.directory() / "held");
+  (void)s.run(kWithStack +
+              "vosk push first >pushed; while [ ! -e held ]; do sleep 0.01; done\n"
+              "vosk run -- sh -c 'trap \"\" ALRM; : >started; exit 3' & while [ ! -e started ]; do sleep 0.01; done\n" +
+              (soaking ? "" : "for i in $(seq 40); do sleep 0.05; kill -ALRM $! || break; done 2>/dev/null\n") +
+              "wait $!; echo $? >status");
+  EXPECT_EQ(s.file("status"), "3\n");
+  EXPECT_THAT(s.file("err"), testing::HasSubstr("vosk: sh: exit status 3"));
 }

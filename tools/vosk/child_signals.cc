@@ -2,6 +2,7 @@
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,8 +14,9 @@ namespace vosk {
 namespace {
 
 constexpr int kAskingForEnd[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM};
-constexpr int kForCommand[] = {SIGUSR1, SIGUSR2, SIGCONT};
+constexpr int kForCommand[] = {SIGUSR1, SIGUSR2, SIGCONT, SIGALRM};
 constexpr int kStops[] = {SIGTSTP, SIGTTIN, SIGTTOU};
+constexpr int kFromKeys[] = {SIGINT, SIGQUIT, SIGTSTP};
 
 const struct {
   int number;
@@ -32,6 +34,14 @@ void add_all(sigset_t &set, const int (&numbers)[N]) {
 bool is_pending(int number) {
   sigset_t pending;
   return sigpending(&pending) == 0 && sigismember(&pending, number) == 1;
+}
+
+bool was_sent_by(pid_t process, const siginfo_t &signal) {
+  return signal.si_code <= 0 && signal.si_pid == process;
+}
+
+timeval as_timeval(std::chrono::milliseconds time) {
+  return {time.count() / 1000, time.count() % 1000 * 1000};
 }
 
 struct sigaction plain(void (*handler)(int)) {
@@ -65,8 +75,13 @@ void signal_desk::give_back() const {
 }
 
 void signal_desk::catch_up(pid_t command) {
-  for (const int number : {SIGINT, SIGQUIT, SIGTSTP})
-    if (is_pending(number)) (void)kill(command, number);
+  sigset_t keys;
+  (void)sigemptyset(&keys);
+  add_all(keys, kFromKeys);
+  const timespec at_once{};
+  siginfo_t signal{};
+  for (int number; (number = sigtimedwait(&keys, &signal, &at_once)) > 0 || errno == EINTR;)
+    if (number > 0 && !was_sent_by(command, signal)) (void)kill(command, number);
 }
 
 siginfo_t signal_desk::next() const {
@@ -86,7 +101,7 @@ void signal_desk::stop_as(int number) const {
   (void)sigprocmask(SIG_BLOCK, &desk_, nullptr);
 }
 
-void signal_desk::only_interrupt() const {
+void signal_desk::only_interrupt(std::chrono::milliseconds patience) const {
   const timespec at_once{};
   while (sigtimedwait(&desk_, nullptr, &at_once) > 0 || errno == EINTR) {
   }
@@ -94,25 +109,29 @@ void signal_desk::only_interrupt() const {
   sigset_t ending;
   (void)sigemptyset(&ending);
   add_all(ending, kAskingForEnd);
+  (void)sigaddset(&ending, SIGALRM);
   for (const int number : kAskingForEnd) (void)sigaction(number, &interrupt, nullptr);
+  (void)sigaction(SIGALRM, &interrupt, nullptr);
   add_all(ending, kStops);
   (void)sigprocmask(SIG_UNBLOCK, &ending, nullptr);
+  const itimerval alarms{as_timeval(kInterval), as_timeval(patience)};
+  (void)setitimer(ITIMER_REAL, &alarms, nullptr);
 }
 
 bool is_passed_on(const siginfo_t &signal, pid_t child) {
-  const bool from_process = signal.si_code <= 0;
-  if (from_process && signal.si_pid == child) return false;  // its message to its parent, not to itself
+  if (was_sent_by(child, signal)) return false;  // its message to its parent, not to itself
   switch (signal.si_signo) {
     case SIGHUP:
     case SIGTERM:
     case SIGUSR1:
     case SIGUSR2:
     case SIGCONT:
+    case SIGALRM:  // an alarm that was set before this program was started
       return true;
     case SIGINT:
     case SIGQUIT:
     case SIGTSTP:
-      return from_process;  // the terminal's reach all of its foreground, so the command, too
+      return signal.si_code <= 0;  // the terminal's reach all of its foreground, so the command, too
     default:
       return false;
   }

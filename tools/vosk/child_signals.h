@@ -5,19 +5,25 @@
 #include <signal.h>
 #include <sys/types.h>
 
+#include <chrono>
+
 namespace vosk {
 
 // From its making on the signals that concern the command are blocked, to be fetched one by one: so none is lost, none
 // interrupts anything, and none ends the program before its command.
 class signal_desk {
  public:
+  // How long anything after the command's end is waited for, and how often what still waits then is interrupted.
+  static constexpr std::chrono::milliseconds kPatience{10000}, kInterval{1000};
+
   // `pipe_ignored`: SIGPIPE was ignored when the program was started. The rest is found out here.
   explicit signal_desk(bool pipe_ignored);
 
   // In the new process: mask and dispositions as this program was given them.
   void give_back() const;
 
-  // Right after the start: tells the command what the terminal sent while there was none to get it.
+  // Right after the start: tells the command, once, what the terminal sent while there was none to get it. What comes
+  // between the start and this call reaches it twice: better than not at all.
   static void catch_up(pid_t command);
 
   // Waits for the next signal, SIGCHLD among them.
@@ -27,8 +33,9 @@ class signal_desk {
   void stop_as(int number) const;
 
   // The command has ended. From here on signals that ask for an end only interrupt waiting: what is still to be done
-  // takes a moment, and what would take longer is given up.
-  void only_interrupt() const;
+  // takes a moment, and what would take longer is given up. After `patience` an alarm does the same, again and again:
+  // whoever holds the lock of an Error Stack must not hold the command's status back.
+  void only_interrupt(std::chrono::milliseconds patience = kPatience) const;
 
  private:
   struct changed {
