@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -131,17 +132,23 @@ TEST(Collect, TakesEverythingWhereThatIsAskedFor) {
   const incident made;
   ASSERT_EQ(made.collect({"--all", "-o", made.dir / "all.tar"}).status, 0);
   EXPECT_EQ(members(made.dir / "all.tar").size(), 5u) << "three stacks, a copy and the manifest";
+  const auto own = tool::options::with({{"VOSKSTACK", made.cause_stack}});
+  ASSERT_EQ(tool::run({"vosk", "collect", "--all", "--log", "none", "-o", made.dir / "own.tar"}, own).status, 0);
+  EXPECT_EQ(members(made.dir / "own.tar"), members(made.dir / "all.tar")) << "the caller's own stack once";
   EXPECT_EQ(manifest_of(made.dir / "all.tar")["asked_for"], "all");
 }
 
 TEST(Collect, MakesTheSameBytesOfTheSameContents) {
   const incident made;
   const auto without_clock = [&](const std::string &name) {
-    EXPECT_EQ(made.collect({"--all", "-o", made.dir / name}).status, 0);
+    EXPECT_EQ(made.collect({made.cause, "-o", made.dir / name}).status, 0);
     const std::string bytes = *files::read(made.dir / name);
     return bytes.substr(0, bytes.find("manifest.json"));
   };
-  EXPECT_EQ(without_clock("a"), without_clock("b"));
+  const std::string first = without_clock("a");
+  EXPECT_THAT(first, HasSubstr("logs/"));
+  usleep(1100000);  // times of members are in seconds
+  EXPECT_EQ(without_clock("b"), first);
 }
 
 TEST(Collect, IsReadByEveryVerbOnAnotherMachinePackedAndUnpacked) {
@@ -206,6 +213,10 @@ TEST(Collect, CanBeMadeOfACollection) {
   made.leave_the_node();
   ASSERT_EQ(made.collect({made.effect, "--dir", made.dir / "all.tar", "-o", made.dir / "one.tar"}).status, 0);
   EXPECT_EQ(members(made.dir / "one.tar").size(), 5u);
+  const json copy = manifest_of(made.dir / "one.tar")["members"][0];
+  EXPECT_EQ(copy["modified"],
+            manifest_of(made.dir / "all.tar")["members"][0]["modified"].get<std::string>().substr(0, 19) + ".000000Z");
+  EXPECT_FALSE(copy.contains("file_inode") || copy.contains("made")) << "those of the archive: " << copy;
   EXPECT_THAT(tool::run({"vosk", "detail", made.cause, "--dir", made.dir / "one.tar"}).out, HasSubstr("port = none\n"));
 }
 
@@ -243,6 +254,64 @@ TEST(Collect, LeavesNothingBehindWhenItFails) {
   EXPECT_THAT(r.err, HasSubstr("cannot write the collection: No space left on device\n"));
   EXPECT_FALSE(files::exists(full));
   ASSERT_TRUE(sandbox::remove_filling());
+}
+
+TEST(Collect, LeavesNothingBehindAtALimitOrASignal) {
+  const incident made;
+  const std::string tar = made.dir / "a.tar";
+  const rlimit small{4096, RLIM_INFINITY}, any{RLIM_INFINITY, RLIM_INFINITY};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+  const tool::result r = made.collect({"--all", "-o", tar});
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &any), 0);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("cannot write the collection: File too large\n"));
+  EXPECT_FALSE(files::exists(tar));
+
+  ASSERT_EQ(truncate(made.copy.c_str(), 1 << 30), 0) << "more than is written before the signal";
+  const rlimit none{0, 0};
+  ASSERT_EQ(setrlimit(RLIMIT_CORE, &none), 0);
+  const pid_t process = fork();
+  if (process == 0) {
+    execl(QX_BINARY_DIR "/bin/vosk", "vosk", "collect", "--all", "--log", "none", "-o", tar.c_str(), nullptr);
+    _exit(127);
+  }
+  for (int i = 0; i < 1000 && !files::exists(tar); ++i) usleep(5000);
+  EXPECT_TRUE(files::exists(tar));
+  ASSERT_EQ(kill(process, SIGQUIT), 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(process, &status, 0), process);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGQUIT) << status;
+  EXPECT_FALSE(files::exists(tar));
+}
+
+TEST(Collect, TakesWhatAnybodyCanPlantWithinBounds) {
+  const incident made;
+  ASSERT_EQ(truncate(made.copy.c_str(), (std::int64_t{1} << 30) + 1), 0);
+  const tool::result r = made.collect({"--all", "-o", made.dir / "large"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_THAT(r.out, HasSubstr("not collected: " + made.copy + ": too large\n"));
+  EXPECT_EQ(manifest_of(made.dir / "large")["missing"][0]["reason"], "too large");
+
+  // A regular file that fails to be read.
+  ASSERT_EQ(mount("/proc/self/mem", made.copy.c_str(), nullptr, MS_BIND, nullptr), 0);
+  const tool::result unread = made.collect({"--all", "-o", made.dir / "unread"});
+  ASSERT_EQ(umount(made.copy.c_str()), 0);
+  EXPECT_EQ(unread.status, 1);
+  EXPECT_THAT(unread.out, HasSubstr("not whole: Input/output error\n"));
+  EXPECT_THAT(unread.err, HasSubstr("cannot read " + made.copy + ": Input/output error\n"));
+  EXPECT_EQ(members(made.dir / "unread").size(), 5u);
+  EXPECT_EQ(manifest_of(made.dir / "unread")["members"][0]["failure"], "Input/output error");
+}
+
+TEST(Collect, LooksAtNoMoreLogLinesThanFit) {
+  const incident made;
+  std::string line;
+  while (line.size() < 60000) line += made.effect + " ";
+  shell("yes '" + line + "' | head -n 2000 | gzip -1 >" + (made.dir / "log.gz"));
+  const tool::result r = tool::run({"vosk", "collect", "--all", "--log", made.dir / "log.gz", "-o", made.dir / "a"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("cannot read the rest of the logs: they hold more than can be looked at at once\n"));
+  EXPECT_EQ(manifest_of(made.dir / "a")["logs_not_whole"], true);
 }
 
 TEST(Collect, HasAnExitStatusForEveryOutcome) {

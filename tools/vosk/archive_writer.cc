@@ -45,9 +45,10 @@ std::string attribute(const std::string &keyword, const std::string &value) {
 }  // namespace
 
 void stop_on_signals() {
+  (void)std::signal(SIGXFSZ, SIG_IGN);  // at the limit of a file's size writing fails
   struct sigaction action {};
   action.sa_handler = note_signal;
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     struct sigaction before {};
     // What was ignored stays so, as under nohup.
     if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)

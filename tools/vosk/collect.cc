@@ -25,6 +25,8 @@ namespace vosk {
 
 namespace {
 
+constexpr std::int64_t kMostOfACopy = std::int64_t{1} << 30;
+
 class digest {
  public:
   digest() { SHA256Init(&context_); }
@@ -48,6 +50,7 @@ struct collected {
   std::optional<file_facts> facts;  // of the file that it was copied from
   const stack_file *stack = nullptr;
   bool changed = false;  // it became shorter while it was copied
+  std::string failure;   // why it could not be read to its end
 };
 
 struct not_collected {
@@ -62,6 +65,7 @@ void fill(json_object &object, const collected &what) {
   object.text("member", what.member).text("kind", what.kind).text("from", what.from);
   object.number("size", what.size).text("sha256", what.sha256);
   if (what.changed) object.boolean("changed", true);
+  if (!what.failure.empty()) object.text("failure", what.failure);
   if (!what.facts) return;
   if (what.facts->inode != 0) object.number("file_inode", what.facts->inode).number("device", what.facts->device);
   object.number("owner", what.facts->owner).text("modified", utc_text(what.facts->modified));
@@ -77,13 +81,13 @@ class collecting {
  public:
   explicit collecting(const collect_choice &choice) : choice_(choice) {}
 
-  // False if the archive could not be written, or a file not be read.
+  // False if the archive could not be written.
   bool write(int fd, const std::string &asked_for) {
     archive_ = archive_writer(fd);
     for (const auto &[name, open] : choice_.copies)
       if (!add_copy(name, open)) return false;
     for (const auto &[name, lines] : choice_.logs)
-      if (!add_text(name, "log", lines, {}, now())) return false;
+      if (!add_text(name, "log", lines, {}, {})) return false;
     for (const auto &[name, file] : choice_.stacks)
       if (!add_stack(name, *file)) return false;
     const std::string text = manifest(asked_for);
@@ -93,9 +97,7 @@ class collecting {
 
   const std::vector<collected> &members() const noexcept { return members_; }
   const std::vector<not_collected> &missing() const noexcept { return missing_; }
-  std::string failure() const {
-    return archive_.error() != 0 ? "cannot write the collection: " + error_text(archive_.error()) : failure_;
-  }
+  std::string failure() const { return "cannot write the collection: " + error_text(archive_.error()); }
 
  private:
   bool add_text(const std::string &name, const char *kind, std::string_view text, std::optional<file_facts> facts,
@@ -103,7 +105,7 @@ class collecting {
     digest sum;
     sum.add(text);
     const auto size = static_cast<std::int64_t>(text.size());
-    members_.push_back({name, "", sum.text(), kind, size, facts, nullptr, false});
+    members_.push_back({name, "", sum.text(), kind, size, facts, nullptr, false, ""});
     return archive_.begin(name, size, facts ? facts->owner : 0, modified) && archive_.write(text) && archive_.end();
   }
 
@@ -120,8 +122,10 @@ class collecting {
   bool add_copy(const std::string &name, const open_detail &open) {
     const located_detail detail = open();
     const opened_file &file = detail.file;
-    if (file.result != outcome::read) {
-      missing_.push_back({detail.text_or_path, file.reason});
+    // Anybody can make a file that claims to be larger than every disk.
+    const bool too_large = file.result == outcome::read && file.facts.size > kMostOfACopy;
+    if (file.result != outcome::read || too_large) {
+      missing_.push_back({detail.text_or_path, too_large ? "too large" : file.reason});
       return true;
     }
     const std::string member = "dumps/" + name;
@@ -135,12 +139,11 @@ class collecting {
       sum.add(piece);
       return archive_.write(piece) && size < file.facts.size;
     };
-    if (!read_detail(file, take)) {
-      failure_ = "cannot read " + escaped(detail.text_or_path) + ": " + error_text(errno);
-      return false;
-    }
+    const std::string failure = read_detail(file, take) ? "" : error_text(errno);
+    if (!failure.empty()) complain("cannot read " + escaped(detail.text_or_path) + ": " + failure);
+    const bool shorter = failure.empty() && size < file.facts.size;
     members_.push_back(
-        {member, detail.text_or_path, sum.text(), "detail", size, file.facts, nullptr, size < file.facts.size});
+        {member, detail.text_or_path, sum.text(), "detail", size, file.facts, nullptr, shorter, failure});
     return archive_.end();
   }
 
@@ -181,6 +184,7 @@ class collecting {
       object.text("log", log.source).boolean("read", log.result == outcome::read).text("reason", log.reason);
       object.close();
     });
+    if (choice_.too_many) line.boolean("logs_not_whole", true);
     return line.take();
   }
 
@@ -188,7 +192,6 @@ class collecting {
   archive_writer archive_{-1};
   std::vector<collected> members_;
   std::vector<not_collected> missing_;
-  std::string failure_;
 };
 
 // The new file, which is removed again unless it is kept.
@@ -247,7 +250,8 @@ void print_members(output &out, const common_options &common, const collecting &
       out.write(line.take());
     } else {
       out.line(out.safe(member.member) + "  " + std::to_string(member.size) + " bytes" +
-               (member.changed ? ", it became shorter meanwhile" : ""));
+               (member.changed ? ", it became shorter meanwhile" : "") +
+               (member.failure.empty() ? "" : ", not whole: " + member.failure));
     }
   }
   for (const not_collected &copy : work.missing()) {
@@ -268,6 +272,10 @@ void note_sources(const collect_choice &choice, const collect_options &options, 
   for (const log_outcome &log : choice.log_sources) {
     if (log.result == outcome::read || options.logs.empty()) continue;
     complain("cannot read " + escaped(log.source) + ": " + log.reason);
+    status.failure = true;
+  }
+  if (choice.too_many) {
+    complain("cannot read the rest of the logs: they hold more than can be looked at at once");
     status.failure = true;
   }
   for (const refused_file &file : choice.read.refused) {
@@ -297,6 +305,8 @@ int collect(const common_options &common, const collect_options &options) {
   const bool written = write_file(work, options);
   end_by_signal();
   if (!written) return kExitFailure;
+  for (const collected &member : work.members())
+    if (!member.failure.empty()) status.failure = true;
   if (options.output_file == "-") return status.value();
   output out(common, true);
   print_members(out, common, work, options.output_file);

@@ -8,6 +8,7 @@
 #include "reader/identifier_scan.h"
 #include "reader/incident.h"
 #include "reader/log_record.h"
+#include "reader/log_search.h"
 #include "reader/node.h"
 
 namespace vosk {
@@ -24,13 +25,20 @@ struct kept_line {
 struct log_contents {
   std::vector<kept_line> lines;
   std::vector<log_record> records;
+  bool too_many = false;  // these are the first
 };
+
+std::size_t bytes_of(const kept_line &line) {
+  constexpr std::size_t kIdentifierBytes = sizeof(std::string) + 48;
+  return sizeof line + line.source.size() + line.text.size() + line.identifiers.size() * kIdentifierBytes;
+}
 
 // One pass, as what is read may be a pipe: everything with an identifier in it is kept.
 log_contents read_logs(const std::vector<std::string> &names, std::vector<log_outcome> &outcomes) {
   log_contents contents;
   const identifier_scanner scanner(now().seconds);
   std::vector<std::size_t> found;
+  std::size_t bytes = 0;
   outcomes = for_each_log_line(names, [&](const log_line &line) {
     found.clear();
     scanner.scan(line.text, found);
@@ -39,19 +47,14 @@ log_contents read_logs(const std::vector<std::string> &names, std::vector<log_ou
     kept_line kept{line.source, std::string(line.text), {}, record.has_value()};
     for (const std::size_t at : found) kept.identifiers.emplace_back(line.text.substr(at, kIdentifierLength));
     if (record) kept.identifiers.insert(kept.identifiers.end(), {record->eid, record->reference});
+    bytes += bytes_of(kept) + (record ? sizeof *record + line.text.size() : 0);
+    contents.too_many = bytes > kMostLogBytes;
+    if (contents.too_many) return false;
     contents.lines.push_back(std::move(kept));
     if (record) contents.records.push_back(std::move(*record));
     return true;
   });
   return contents;
-}
-
-// "stacks/NAME"; stacks of several nodes can have one name.
-std::string free_name(const std::map<std::string, const stack_file *> &taken, const std::string &path) {
-  const std::string name = path.substr(path.rfind('/') + 1);
-  std::string free = "stacks/" + name;
-  for (int i = 2; taken.count(free) != 0; ++i) free = "stacks/" + std::to_string(i) + "/" + name;
-  return free;
 }
 
 // "logs/var_log_syslog"
@@ -77,6 +80,7 @@ class chooser {
       if (name != kStackDirectory) names.push_back(name);
     choice_.read = read_names(names);
     const log_contents logs = read_logs(logs_to_read(common_, options_.logs), choice_.log_sources);
+    choice_.too_many = logs.too_many;
     if (options_.all)
       take_all(logs);
     else
@@ -105,8 +109,17 @@ class chooser {
       if (files.count(&file) != 0) take_stack(file);
   }
 
+  // "stacks/NAME"; stacks of several nodes can have one name.
+  std::string free_name(const std::string &path) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const std::size_t number = ++named_[name];
+    return "stacks/" + (number == 1 ? "" : std::to_string(number) + "/") + name;
+  }
+
   void take_stack(const stack_file &file) {
-    choice_.stacks[free_name(choice_.stacks, file.path)] = &file;
+    // The caller's own stack lies among the others mostly.
+    if (file.facts.inode != 0 && !taken_.emplace(file.facts.device, file.facts.inode).second) return;
+    choice_.stacks[free_name(file.path)] = &file;
     for (const record &r : file.contents.records) {
       const auto name = cited_copy(r.detail.value_or(""));
       if (name && choice_.copies.count(*name) == 0)
@@ -137,6 +150,8 @@ class chooser {
   const common_options &common_;
   const collect_options &options_;
   const std::vector<node_address> addresses_ = addresses_of_this_node();
+  std::map<std::string, std::size_t> named_;                 // how many stacks have a name
+  std::set<std::pair<std::uint64_t, std::uint64_t>> taken_;  // devices and i-nodes
   collect_choice choice_;
 };
 

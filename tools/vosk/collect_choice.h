@@ -25,6 +25,7 @@ struct collect_choice {
   std::map<std::string, open_detail> copies;         // by name; those that are gone, too
   std::map<std::string, std::string> logs;           // by the name that each gets: its lines
   std::vector<log_outcome> log_sources;
+  bool too_many = false;              // the logs hold more than can be looked at; the lines are the first
   std::set<std::string> identifiers;  // of the incident
   std::size_t log_lines = 0;
 

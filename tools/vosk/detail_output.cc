@@ -29,8 +29,10 @@ bool find_in_archive(opened_file &archive, const std::string &name, std::string 
     if (member.base_name() != name || !member.is_in("dumps")) continue;
     archive.packed = true;
     archive.content_at = member.offset;
-    archive.facts.size = member.size;
+    archive.facts = {};  // those of the archive are not the copy's
     archive.facts.owner = member.owner;
+    archive.facts.size = member.size;
+    archive.facts.modified = member.modified;
     path = member.name;
     return true;
   }
