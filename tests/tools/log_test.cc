@@ -415,6 +415,9 @@ TEST_F(Log, OfManyRecordingsWithOneIdentifierIsTracedInTime) {
   const std::string eid = log_eid(kStart);
   std::string text;
   for (int i = 0; i < 20000; ++i) text += log_line(eid, "", std::to_string(i));
+  // One that follows from each of many.
+  for (std::uint64_t i = 1; i <= 4000; ++i)
+    text += log_line(log_eid(kStart + i), eid, "") + log_line(log_eid(kStart + 5000), log_eid(kStart + i), "");
   ASSERT_TRUE(files::write("/var/log/syslog", text));
   const double milliseconds = tool::milliseconds_of(
       {"vosk", "trace", eid}, [](const tool::result &r) { EXPECT_THAT(r.out, HasSubstr(" 19999 ")); });

@@ -19,13 +19,15 @@ class references {
     entries_.reserve(entries.size());
     for (const incident_entry &entry : entries) {
       entries_[entry.eid].push_back(&entry);
+      if (entry.cause == entry.eid) to_themselves_.insert(entry.eid);
       if (!entry.cause.empty() && entry.cause != entry.eid) followers_[entry.cause].push_back(entry.eid);
     }
   }
 
-  std::vector<const incident_entry *> entries(const std::string &eid) const {
+  const std::vector<const incident_entry *> &entries(const std::string &eid) const {
+    static const std::vector<const incident_entry *> none;
     const auto found = entries_.find(eid);
-    return found == entries_.end() ? std::vector<const incident_entry *>() : found->second;
+    return found == entries_.end() ? none : found->second;
   }
 
   // Each once, sorted by time.
@@ -47,6 +49,8 @@ class references {
     return {};
   }
 
+  bool to_itself(const std::string &eid) const { return to_themselves_.count(eid) != 0; }
+
   bool known(const std::string &eid) const { return entries_.count(eid) != 0 || followers_.count(eid) != 0; }
 
   // The first cause of an incident; of a loop, its earliest part.
@@ -67,6 +71,7 @@ class references {
   // The texts are those of the entries.
   std::unordered_map<std::string_view, std::vector<const incident_entry *>> entries_;
   std::unordered_map<std::string_view, std::vector<std::string_view>> followers_;
+  std::unordered_set<std::string_view> to_themselves_;
 };
 
 std::string_view bytes_of(const incident_entry &entry) {
@@ -121,11 +126,11 @@ std::vector<incident_node> trace_incident(const std::vector<incident_entry> &ent
   while (!open.empty()) {
     const open_node next = open.back();
     open.pop_back();
-    incident_node node{next.eid, refer.entries(next.eid), next.depth, next.last};
+    incident_node node{next.eid, {}, next.depth, next.last};
     node.repeated = !shown.insert(next.eid).second;
-    node.refers_to_itself = std::any_of(node.entries.begin(), node.entries.end(),
-                                        [](const incident_entry *entry) { return entry->cause == entry->eid; });
+    node.refers_to_itself = refer.to_itself(next.eid);
     if (!node.repeated) {
+      node.entries = refer.entries(next.eid);
       const std::vector<std::string> followers = refer.followers(next.eid);
       for (auto at = followers.rbegin(); at != followers.rend(); ++at)
         open.push_back({*at, next.depth + 1, at == followers.rbegin()});

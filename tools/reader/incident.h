@@ -30,7 +30,7 @@ bool is_unidentified(const std::string &eid) noexcept;
 // One identifier of an incident, in the order in which a tree is printed.
 struct incident_node {
   std::string eid;
-  std::vector<const incident_entry *> entries;  // none: only referred to; several: the identifier was made twice
+  std::vector<const incident_entry *> entries;  // none: only referred to, or repeated; several: it was made twice
   std::size_t depth = 0;
   bool last_of_its_cause = true;  // no other follows from the same cause
   bool repeated = false;          // it is above already: references form a loop, or it follows from two causes
