@@ -22,7 +22,7 @@ constexpr char kNewStack[] = "remove the file, or let the environment be created
 // A recording holds the lock for less than a millisecond.
 constexpr int kLockPatience = 20, kLockPause = 50000;
 // Clocks are compared by whole seconds, and files have the time of the last tick.
-constexpr std::int64_t kSlack = 2 * 1000000;
+constexpr std::int64_t kSlack = 2000000;
 
 // Who holds a lock on the file all the time that is looked; 0 for nobody, -1 where it cannot be told.
 pid_t lock_holder(int fd) {
