@@ -53,6 +53,37 @@ part_tidy() {
   return "$status"
 }
 
+# Each warning that stays is listed with its reason.
+part_cppcheck() {
+  need_packages cppcheck
+  tracked_files 'lib/*.cc' 'utils/*.cc' 'messages/*.cc' 'libqx_cu/*.cc' 'tools/*.cc' |
+    xargs -0 cppcheck --quiet -j "$jobs" --language=c++ --std=c++20 --library=posix,gnu --error-exitcode=1 \
+      --enable=warning,performance,portability --suppressions-list=cmake/dev/cppcheck.txt \
+      -I include -I . -I messages -I tools
+}
+
+# The seeds of the fuzz targets: the tests themselves bring an allocator that valgrind cannot see through.
+part_valgrind() {
+  need_packages valgrind
+  build release fuzz_targets
+  for seeds in fuzz/corpus/*; do
+    printf '%s: ' "${seeds##*/}"
+    valgrind --quiet --error-exitcode=99 --leak-check=full "build/bin/${seeds##*/}" -runs=100 "$seeds"
+  done
+}
+
+# Of what is read, nothing is used before it was written. Not the tools' reader: it keeps trees, whose code in the C++
+# library is not instrumented.
+part_msan() {
+  need_packages fuzz
+  build msan fuzz_targets
+  for seeds in fuzz/corpus/*; do
+    [ "${seeds##*/}" != fuzz_stack_reader ] || continue
+    printf '%s: ' "${seeds##*/}"
+    without_aslr "build-msan/bin/${seeds##*/}" "$seeds"
+  done
+}
+
 # In CI the tests of the library and of the readers: the others run programs that have tests of their own here, and take
 # longer to build than all of these.
 part_asan() {
