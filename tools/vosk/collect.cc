@@ -197,8 +197,8 @@ class collecting {
 // The new file, which is removed again unless it is kept.
 class new_file {
  public:
-  explicit new_file(const std::string &path) : path_(path) {
-    fd_ = unique_fd(path == "-" ? dup(1) : open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  explicit new_file(const std::string &path)
+      : path_(path), fd_(path == "-" ? dup(1) : open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) {
     if (!fd_.valid()) complain("cannot make " + escaped(path) + ": " + error_text(errno));
     made_ = fd_.valid() && path != "-";
   }
