@@ -2,25 +2,13 @@
 #include <pthread.h>
 #include <qx_vosk.h>
 
-#include "fuzz/target.h"
+#include "fuzz/recording_stack.h"
 #include "support/stack_model.h"
 
 namespace {
 
 fuzz::memory_file &stack() {
-  static fuzz::memory_file file("stack");
-  static const bool once = [] {
-    const std::string pid = std::to_string(getpid());
-    setenv("VOSKSTACK", file.path(), 1);
-    setenv("VOSKORIG", pid.c_str(), 1);
-    setenv("VOSKPID", pid.c_str(), 1);
-    setenv("VOSKADDR", "z/../....................", 1);
-    setenv("VOSKPNAME", "fuzz", 1);
-    unsetenv("VOSKDEBUG");
-    return true;
-  }();
-  (void)once;
-  return file;
+  return fuzz::recording_stack(nullptr);
 }
 
 }  // namespace

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "fuzz/target.h"
+#include "fuzz/recording_stack.h"
 #include "lib/vk_push_stack/ctrl_info.h"
 #include "lib/vk_push_stack/record_ring.h"
 #include "support/stack_model.h"
@@ -16,20 +16,7 @@ namespace {
 constexpr int kRefused = 24;
 
 fuzz::memory_file &stack() {
-  static fuzz::memory_file file("stack");
-  static const bool once = [] {
-    const std::string pid = std::to_string(getpid());
-    setenv("VOSKSTACK", file.path(), 1);
-    setenv("VOSKORIG", pid.c_str(), 1);
-    setenv("VOSKPID", pid.c_str(), 1);
-    setenv("VOSKADDR", "z/../....................", 1);
-    setenv("VOSKPNAME", "fuzz", 1);
-    setenv("VOSKRECLAIM", "whole", 1);
-    unsetenv("VOSKDEBUG");
-    return true;
-  }();
-  (void)once;
-  return file;
+  return fuzz::recording_stack("whole");
 }
 
 struct found {
