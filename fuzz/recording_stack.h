@@ -6,7 +6,7 @@
 
 namespace fuzz {
 
-// A file in memory that this process owns as its stack; VOSKRECLAIM is `reclaim`, or not set where that is null.
+// A file in memory that this process owns as its stack; VOSKRECLAIM is `reclaim`, or left alone where that is null.
 inline memory_file &recording_stack(const char *reclaim) {
   static memory_file file("stack");
   static const bool once = [reclaim] {
