@@ -1,16 +1,14 @@
 #include "process.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <iterator>
 #include <string_view>
 
 #include "include/qx_cu.h"
 #include "reader/escape.h"
-#include "reader/safe_file.h"
+#include "reader/proc_file.h"
 
 namespace vosk {
 
@@ -18,20 +16,6 @@ namespace {
 
 constexpr std::size_t kLongestCommandLine = 65536;
 constexpr int kDeepest = 4096;  // no chain of processes is that long
-
-std::string file_of(pid_t id, const char *name) {
-  return "/proc/" + std::to_string(id) + "/" + name;
-}
-
-std::string content(const std::string &path, std::size_t limit) {
-  const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  std::string text(limit, '\0');
-  std::size_t size = 0;
-  for (ssize_t n = 1; fd.valid() && n > 0 && size < limit; size += static_cast<std::size_t>(n > 0 ? n : 0))
-    n = read(fd.get(), text.data() + size, limit - size);
-  text.resize(size);
-  return text;
-}
 
 std::string base_name(std::string path) {
   while (!path.empty() && path.back() == '/') path.pop_back();
@@ -46,7 +30,7 @@ std::string program_family(const std::string &path) {
 
 std::string executable_of(pid_t id) {
   char path[4096];
-  const ssize_t length = readlink(file_of(id, "exe").c_str(), path, sizeof path);
+  const ssize_t length = readlink(("/proc/" + std::to_string(id) + "/exe").c_str(), path, sizeof path);
   return {path, static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
 }
 
@@ -78,22 +62,17 @@ std::optional<std::string> script_of_shell(const std::vector<std::string> &words
 }  // namespace
 
 std::optional<process> find_process(pid_t id) {
-  // The command name, in parentheses, may hold anything; the third field stands behind it.
-  const std::string text = content(file_of(id, "stat"), 4096);
-  const std::size_t name_end = text.rfind(')');
-  if (name_end == std::string::npos) return std::nullopt;
-  std::vector<std::string> fields{"", "", ""};
-  for (std::size_t at = name_end + 1; at < text.size();) {
-    const std::size_t end = std::min(text.find_first_of(" \n", at + 1), text.size());
-    fields.push_back(text.substr(at + 1, end - at - 1));
-    at = end;
-  }
-  if (fields.size() <= 50) return std::nullopt;
-  const auto number = [&](std::size_t field) { return std::strtoull(fields[field].c_str(), nullptr, 10); };
+  const std::string text = proc_file(id, "stat").value_or("");
+  const std::vector<std::string_view> fields = stat_fields(text);
+  if (fields.size() <= kEnvironment) return std::nullopt;
+  const auto number = [&](stat_field field) {
+    unsigned long long value = 0;
+    return parse_number(fields[field], value) ? value : 0;
+  };
   process found;
   found.id = id;
-  found.parent = static_cast<pid_t>(number(4));
-  found.image = {number(26), number(28), number(45), number(48), number(50)};
+  found.parent = static_cast<pid_t>(number(kParent));
+  found.image = {number(kCode), number(kStack), number(kData), number(kArguments), number(kEnvironment)};
   return found;
 }
 
@@ -126,7 +105,7 @@ bool is_shell(pid_t id) {
 }
 
 std::vector<std::string> command_line(pid_t id) {
-  const std::string text = content(file_of(id, "cmdline"), kLongestCommandLine);
+  const std::string text = proc_file(id, "cmdline", kLongestCommandLine).value_or("");
   std::vector<std::string> words;
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t end = std::min(text.find('\0', at), text.size());
