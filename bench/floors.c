@@ -181,7 +181,7 @@ void floor_trace_line(const char *trace, size_t entry) {
   gettimeofday(&now, NULL);
   DONE(ctime_r(&now.tv_sec, text) != NULL);
   DONE(getpid());
-  fd = open(trace, O_RDWR | O_NONBLOCK);
+  fd = open(trace, O_RDWR);
   lseek(fd, 0, SEEK_SET);
   DONE(lockf(fd, F_LOCK, 0));
   DONE(read(fd, bytes, 36));

@@ -128,7 +128,7 @@ TEST_F(TraceEntry, TakesTheTimeTheProcessAndTheThreadBeforeItOpensTheFile) {
   EXPECT_THAT(calls.log(),
               testing::ElementsAre("gettimeofday() = 0", "ctime_r(1706745599) = \"Wed Jan 31 23:59:59 2024\\n\"",
                                    "getpid() = 4711", "pthread_self() = 66", "getrlimit(RLIMIT_FSIZE) = 0",
-                                   "open(\"" + path_ + "\", 0x802) = fd1", "lseek(fd1, 0, SEEK_SET) = 0",
+                                   "open(\"" + path_ + "\", 0x2) = fd1", "lseek(fd1, 0, SEEK_SET) = 0",
                                    "lockf(fd1, F_LOCK, 0) = 0", "read(fd1, 36) = 36", "lseek(fd1, 36, SEEK_SET) = 36",
                                    "write(fd1, 76) = 76", "lseek(fd1, 0, SEEK_CUR) = 112", "write(fd1, 21) = 21",
                                    "lseek(fd1, 0, SEEK_SET) = 0", "write(fd1, 36) = 36", "lseek(fd1, 0, SEEK_SET) = 0",

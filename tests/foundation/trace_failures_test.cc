@@ -106,6 +106,8 @@ TEST_F(TraceFailures, DoesNotBlockOnAFifoThatHoldsAHeader) {
   ASSERT_EQ(write(fd, first.data(), first.size()), 36);
   EXPECT_EQ(vk_debug(fifo.c_str(), "r", "m"), -26);
   EXPECT_EQ(vk_debug(fifo.c_str(), "r", "m"), -26);
+  char left[64];
+  EXPECT_EQ(read(fd, left, sizeof left), 36) << "nothing is taken out of it";
   close(fd);
 }
 
@@ -127,6 +129,19 @@ TEST_F(TraceFailures, IsRefusedByPermissionsAndReadOnlyFileSystems) {
   });
 }
 
+TEST_F(TraceFailures, OnlyClosesTheFileWhenItHasNoPosition) {
+  for (int error : {ESPIPE, EIO, EINVAL}) {
+    put(foundation::fresh_trace());
+    Calls calls;
+    calls.fail_nth("lseek", 1, error);
+    EXPECT_EQ(write_entry(calls, path_, 70), -26);
+    EXPECT_THAT(calls.log_of({"open", "lseek", "lockf", "read", "write", "close"}),
+                ElementsAre("open(\"" + path_ + "\", 0x2) = fd1",
+                            "lseek(fd1, 0, SEEK_SET) = -1 " + platform::error_name(error), "close(fd1) = 0"));
+    EXPECT_EQ(bytes(), foundation::fresh_trace());
+  }
+}
+
 TEST_F(TraceFailures, OnlyClosesTheFileWhenTheLockIsRefused) {
   for (int error : {ENOLCK, EINTR, EDEADLK, EIO, EAGAIN}) {
     put(foundation::fresh_trace());
@@ -134,7 +149,7 @@ TEST_F(TraceFailures, OnlyClosesTheFileWhenTheLockIsRefused) {
     calls.fail_nth("lockf", 1, error);
     EXPECT_EQ(write_entry(calls, path_, 70), -28);
     EXPECT_THAT(calls.log_of({"open", "lseek", "lockf", "read", "write", "close"}),
-                ElementsAre("open(\"" + path_ + "\", 0x802) = fd1", "lseek(fd1, 0, SEEK_SET) = 0",
+                ElementsAre("open(\"" + path_ + "\", 0x2) = fd1", "lseek(fd1, 0, SEEK_SET) = 0",
                             "lockf(fd1, F_LOCK, 0) = -1 " + platform::error_name(error), "close(fd1) = 0"));
     EXPECT_EQ(bytes(), foundation::fresh_trace());
   }

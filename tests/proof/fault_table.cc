@@ -308,7 +308,7 @@ std::vector<Site> trace_sites() {
                     if (error == EINTR) return Change{};
                     return code(code_for({{ENOENT, -24}, {EACCES, -25}, {EMFILE, -20}, {EROFS, -16}}, error, -1));
                   }},
-                 ignored("lseek"),
+                 {"lseek", false, fails(-26)},
                  {"lockf", false, fails(-28)},
                  {"read", false, fails(-26), fails_short(-26)},
                  {"lseek", false, fails(-26)},

@@ -104,10 +104,9 @@ int write_entry(int fd, std::string_view entry) noexcept {
   return VOSK_SUCCESS;
 }
 
-// O_NONBLOCK, so that a FIFO under the trace file's name cannot hold the caller up.
 int open_trace(const char *path) noexcept {
   int fd;
-  do fd = open(path, O_RDWR | O_NONBLOCK);
+  do fd = open(path, O_RDWR);
   while (fd == -1 && errno == EINTR);
   return fd;
 }
@@ -124,7 +123,11 @@ int vdebug(const char *trace_path, const char *routine, const char *format, va_l
   const file_size_guard guard(kFixedFileReach);
   const int fd = open_trace(trace_path);
   if (fd == -1) return code_for(kOpenTrace, errno);
-  (void)lseek(fd, 0, SEEK_SET);  // the lock counts from here
+  // The lock counts from here. A FIFO or a terminal, where the read would wait for ever, has no position.
+  if (lseek(fd, 0, SEEK_SET) == -1) {
+    (void)close(fd);
+    return VOSK_FILE_CORRUPT;
+  }
   if (lockf(fd, F_LOCK, 0) != 0) {
     (void)close(fd);
     return VOSK_LOCK_FAILED;
