@@ -17,7 +17,7 @@ struct free_space {
 };
 
 // Reads the figures of the file system that `path` lies in; false with errno set on failure. A block size below 1
-// counts as one.
+// counts as a failure, too.
 inline bool read_free_space(const char *path, free_space &space) noexcept {
   struct statfs figures;
   if (statfs(path, &figures) != 0) return false;
