@@ -198,6 +198,11 @@ TEST_F(TraceEntry, FormatsAsPrintfDoes) {
   EXPECT_THAT(written("r", "%-5d|%05.1f|%c|0x%x", 12, 2.25, 'c', 255U), testing::EndsWith("\n\t12   |002.2|c|0xff\n"));
 }
 
+TEST_F(TraceEntry, KeepsWhatCameBeforeAValueThatCannotBeShown) {
+  EXPECT_THAT(written("r", "one\ntwo %ls three", L"\xd800"), testing::EndsWith("Thread 66\n\tone\n\ttwo \n"));
+  EXPECT_THAT(written("r", "%ls", L"\xd800"), testing::EndsWith("Thread 66\n"));
+}
+
 TEST_F(TraceEntry, KeepsTheWholeNameOfTheRoutineAsLongAsItFits) {
   const std::string name(700, 'n');
   EXPECT_EQ(written(name.c_str(), "m"),

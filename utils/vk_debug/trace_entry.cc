@@ -83,9 +83,8 @@ std::size_t format_trace_entry(char (&entry)[kEntrySize], const char *routine, c
                                va_list args) noexcept {
   entry_text text(entry);
   put_preamble(text, routine);
-  char message[kMessageSize];
-  message[0] = '\0';
-  if (std::vsnprintf(message, kMessageLimit, format, args) < 0) message[0] = '\0';
+  char message[kMessageSize] = {};
+  (void)std::vsnprintf(message, kMessageLimit, format, args);  // what came before a value that cannot be shown stays
   fold(text, message);
   return text.size();
 }
