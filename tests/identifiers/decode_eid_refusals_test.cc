@@ -53,18 +53,24 @@ TEST(DecodingRefusal, OfATextThatIsTooShort) {
   }
 }
 
-// Shown as far as an identifier's buffer reaches; nothing behind it is looked at.
+// Shown in full, as far as an entry reaches.
 TEST(DecodingRefusal, OfATextThatIsTooLong) {
-  for (std::size_t length : {43u, 44u, 100u, 100000u}) {
+  for (std::size_t length : {43u, 44u, 100u, 238u, 239u, 240u, 100000u}) {
     std::string text = eid("75Oh2..");
     text.resize(length, 'x');
-    expect_refusal(EdgeText(text).chars(), -3, wrong_size(eid("75Oh2..") + "x"));
+    expect_refusal(EdgeText(text).chars(), -3, wrong_size(text));
   }
 }
 
+// Without the trace nothing behind the 43 bytes is looked at.
 TEST(DecodingRefusal, OfABufferThatNothingEnds) {
-  expect_refusal(EdgeBuffer(eid("75Oh2..") + "x").chars(), -3, wrong_size(eid("75Oh2..") + "x"));
-  expect_refusal(EdgeBuffer(std::string(43, '\xFF')).chars(), -3, wrong_size(std::string(43, '\xFF')));
+  for (const std::string &bytes : {eid("75Oh2..") + "x", std::string(43, '\xFF')}) {
+    for (int version : {1, 2}) {
+      Outputs outputs;
+      EXPECT_EQ(outputs.decode(version, 0, nullptr, EdgeBuffer(bytes).chars()), -3);
+      EXPECT_EQ(outputs.values(), outputs.untouched());
+    }
+  }
 }
 
 TEST(DecodingRefusal, OfAnIdentifierNeverReadsBehindItsBuffer) {

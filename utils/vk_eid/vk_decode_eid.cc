@@ -42,7 +42,8 @@ struct fields {
   std::uint32_t words[4] = {};
 };
 
-// Never looks beyond the first byte that cannot belong to an identifier.
+// Never looks beyond the first byte that cannot belong to an identifier; only the trace shows more of such a text, as
+// much as an entry keeps.
 int test_identifier(const decoding &d) noexcept {
   if (!is_set(d.eid)) {
     VK_TRACE(d.trace, "Detected invalid VOSK Error ID\nReturning %s(%d) to the caller\n", vosk_name(VOSK_INV_PARAM2),
@@ -50,7 +51,7 @@ int test_identifier(const decoding &d) noexcept {
     return VOSK_INV_PARAM2;
   }
   if (strnlen(d.eid, kEidDigits + 1) != kEidDigits) {
-    VK_TRACE(d.trace, "VOSK Error ID \"%.43s\"is not correct size\nReturning %s(%d) to the caller\n", d.eid,
+    VK_TRACE(d.trace, "VOSK Error ID \"%.254s\"is not correct size\nReturning %s(%d) to the caller\n", d.eid,
              vosk_name(VOSK_INV_PARAM2), VOSK_INV_PARAM2);
     return VOSK_INV_PARAM2;
   }
@@ -134,7 +135,7 @@ constexpr bool ends_decoding(int result) noexcept {
 
 const char *time_text(const timeval &timestamp) noexcept {
   const char *text = ctime(&timestamp.tv_sec);
-  return text != nullptr ? text : "(no date)\n";  // a year of more than four digits
+  return text != nullptr ? text : "(no date)\n";  // six digits of seconds always have a date, but ctime may fail
 }
 
 // The first name, of which the slot's last byte may never have been written.
