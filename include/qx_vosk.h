@@ -385,8 +385,8 @@ int vk_generate_eid(unsigned int trace_on, const char *trace_path, const char *s
 
 /*
  * vk_generate_eid_2 writes a version 2 identifier: of a stack file (not null), a template (not 0) or a syslog facility
- * and priority (the facility as <syslog.h> has it, such as LOG_DAEMON; above 184 means none). A facility of 24 to 184
- * wins over the others. Otherwise as vk_generate_eid.
+ * and priority (the facility as <syslog.h> has it, such as LOG_DAEMON; above 184 means none). A facility wins over a
+ * template, and from 24 on over a stack file. Otherwise as vk_generate_eid.
  * Returns 0; -11 a stack together with a template or a facility of 0 to 23; -4 an empty stack file name; -1 others.
  */
 int vk_generate_eid_2(unsigned int trace_on, const char *trace_path, const char *stack_file, uint32_t templ_id,
@@ -453,7 +453,8 @@ int vk_obtain_ipaddrs(int trace_on, const char *trace_path, char *addresses, uns
 
 /*
  * vk_get_ipaddr writes the node's address, encoded in 24 characters and a zero byte, to `ip_addr` (25 bytes) and its
- * type behind `ipv6_flag`: '.' for IPv4, '/' otherwise. Returns 0; -4, -5 a null pointer; -1.
+ * type behind `ipv6_flag`: '.' for IPv4, '/' otherwise. Returns 0; -4, -5 a null pointer; -1, which is written to
+ * `trace_path` whatever `trace_on` is.
  */
 int vk_get_ipaddr(int trace_on, const char *trace_path, char *ip_addr, char *ipv6_flag);
 
