@@ -74,11 +74,11 @@ int vk_get_dump_file_name(int trace_on, const char *trace_path, char *name) noex
 int vk_copy_file(int trace_on, const char *trace_path, int input, int output) noexcept {
   const tracer trace(trace_on, trace_path, "vk_copy_file");
   char chunk[kChunk];
-  for (int iteration = 0;; iteration = low32(static_cast<unsigned int>(iteration) + 1)) {
+  for (unsigned int iteration = 0;; ++iteration) {
     const ssize_t count = read(input, chunk, sizeof chunk);
     if (count == -1) {
       VK_TRACE(trace, "Error reading input from file - Iteration %d - Error Code %d\nReturning %s(%d) to caller\n",
-               iteration, errno, vosk_name(VOSK_IO_ERROR), VOSK_IO_ERROR);
+               low32(iteration), errno, vosk_name(VOSK_IO_ERROR), VOSK_IO_ERROR);
       return VOSK_IO_ERROR;
     }
     if (count == 0) {
@@ -90,7 +90,7 @@ int vk_copy_file(int trace_on, const char *trace_path, int input, int output) no
     errno = 0;
     if (write(output, chunk, static_cast<std::size_t>(count)) != count) {
       const int err = errno;
-      VK_TRACE(trace, "Error copying data - Iteration %d - Error Code %d\n", iteration, err);
+      VK_TRACE(trace, "Error copying data - Iteration %d - Error Code %d\n", low32(iteration), err);
       return code_for(kWriteCopy, err);
     }
   }
