@@ -74,12 +74,6 @@ int check(const tracer &trace, const control &c, reclaim_rule rule) noexcept {
   return VOSK_FILE_CORRUPT;
 }
 
-bool is_unfinished(std::uint32_t version, ssize_t count) noexcept {
-  std::uint32_t text_line;
-  std::memcpy(&text_line, kOffsetKey, sizeof text_line);
-  return count == 0 || version == text_line;
-}
-
 ssize_t read_control(int fd, control &c, stack_image *image) noexcept {
   if (image == nullptr) return read(fd, &c, sizeof c);
   *image = {};
@@ -97,6 +91,12 @@ ssize_t read_control(int fd, control &c, stack_image *image) noexcept {
 }
 
 }  // namespace
+
+bool is_unfinished(std::uint32_t version, ssize_t count) noexcept {
+  std::uint32_t text_line;
+  std::memcpy(&text_line, kOffsetKey, sizeof text_line);
+  return count == 0 || version == text_line;
+}
 
 int vk_get_stack_ctrl_info(int trace_on, const char *trace_path, int fd, stack_header *header, bool may_wait,
                            reclaim_rule rule, stack_image *image) noexcept {

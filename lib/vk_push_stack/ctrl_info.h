@@ -2,6 +2,8 @@
 #ifndef LIB_VK_PUSH_STACK_CTRL_INFO_H
 #define LIB_VK_PUSH_STACK_CTRL_INFO_H
 
+#include <sys/types.h>
+
 #include <cstdint>
 
 #include "lib/vk_push_stack/stack_file.h"
@@ -26,6 +28,9 @@ struct stack_image {
 
 // Another process is creating the file: it is empty, or still begins with the reservation's text line.
 inline constexpr int kStackUnfinished = 1;
+
+// Whether a read of the version, and what it returned, show such a file.
+bool is_unfinished(std::uint32_t version, ssize_t count) noexcept;
 
 // Reads and checks the header. Returns 0, -4 (descriptor), -5 (null block), -26 (corrupt) or -99 (foreign version; the
 // block is filled, unchecked); while `may_wait` also kStackUnfinished, untraced. Under whole records the recording

@@ -7,11 +7,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 #include "lib/report.h"
 #include "lib/variables.h"
 #include "lib/vk_push_stack/attentions.h"
+#include "lib/vk_push_stack/creation_wait.h"
 #include "lib/vk_push_stack/ctrl_info.h"
 #include "lib/vk_push_stack/env_info.h"
 #include "lib/vk_push_stack/reclamation.h"
@@ -82,28 +82,6 @@ void set_missing_fields(const incident &in, incident_flags &flags) noexcept {
   flags[VK_FLAG_BOTH_DETAILS] = data && file;
 }
 
-// For how long a push waits for a stack file that another process is just creating.
-class creation_wait {
- public:
-  bool may_wait() const noexcept { return !over_; }
-  void pause() noexcept {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    if (!started_) {
-      start_ = now;
-      started_ = true;
-    }
-    constexpr timespec kPause = {0, 1'000'000};
-    constexpr std::int64_t kLongest = 500'000'000;
-    (void)nanosleep(&kPause, nullptr);
-    over_ = (now.tv_sec - start_.tv_sec) * std::int64_t{1'000'000'000} + (now.tv_nsec - start_.tv_nsec) >= kLongest;
-  }
-
- private:
-  timespec start_ = {};
-  bool started_ = false, over_ = false;
-};
-
 enum class progress { recorded, failed, unfinished };
 
 // One push. What is made once, however often the file has to be opened: the trace, the flags and the detail copy.
@@ -128,7 +106,7 @@ class pusher {
       va_end(attempt_args);
       if (made == progress::failed) return code_;
       if (made == progress::recorded) break;
-      wait.pause();
+      wait.until_finished(stack_path_);
     }
     hand_out_identifier();
     return raise_attentions(in_, flags_);
