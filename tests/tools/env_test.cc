@@ -206,7 +206,8 @@ TEST_P(Env, FailsTheEvalWithTheLibrarysResultAndChangesNothing) {
        "create --name n $$",
        {},
        "2615-009",
-       "for s in 0 1 2 3; do : >/var/adm/vosk/stacks/n.$$.$(date -d \"+$s seconds\" +%Y%m%d.%H%M%S); done;"},
+       "now=$(date +%s); for s in 0 1 2 3 4; do\n"
+       "  : >/var/adm/vosk/stacks/n.$$.$(date -d \"@$((now + s))\" +%Y%m%d.%H%M%S); done;"},
       {2, "create --bogus", {}, "--bogus"},
       {2, "create nobody", {}, "PID"},
       {2, "create 0", {}, "PID"},
