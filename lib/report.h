@@ -1,4 +1,5 @@
-// Reporting through libqx_cu: what an entry point returns.
+// Reporting through libqx_cu: what an entry point returns. Reports are cold, so that their code lies out of a
+// recording's way.
 #ifndef LIB_REPORT_H
 #define LIB_REPORT_H
 
@@ -12,12 +13,12 @@ inline constexpr int kMessageSet = 1;
 
 // Reports `code` with a message of the table and its inserts, and returns it.
 template <typename... Inserts>
-int report(int code, int message, Inserts... inserts) noexcept {
+[[gnu::cold]] int report(int code, int message, Inserts... inserts) noexcept {
   return cu_set_error_1(code, 0, kCatalogue, kMessageSet, message, vk_mesgtbl_vk_lib[message], inserts...);
 }
 
 // Reports `code` with a text that is formatted already.
-inline int report_text(int code, int message, const char *text) noexcept {
+[[gnu::cold]] inline int report_text(int code, int message, const char *text) noexcept {
   return cu_set_error_1(code, 0, kCatalogue, kMessageSet, message, text);
 }
 

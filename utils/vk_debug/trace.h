@@ -16,13 +16,14 @@ namespace vk {
 // 1 when tracing is on, else 0. `trace_path` is an empty text unless VOSKDEBUG names something usable.
 int decide_tracing(char (&trace_path)[kPathSize]) noexcept;
 
-// The trace of one routine. Only 1 turns it on. errno survives a line.
+// The trace of one routine. Only 1 turns it on. errno survives a line. Writing is cold: where nothing is traced, the
+// code of the lines lies out of the way.
 class tracer {
  public:
   constexpr tracer(int trace_on, const char *path, const char *routine) noexcept
       : path_(trace_on == 1 ? path : nullptr), routine_(routine) {}
   constexpr bool on() const noexcept { return path_ != nullptr; }
-  [[gnu::format(printf, 2, 3)]] void write(const char *format, ...) const noexcept;
+  [[gnu::cold, gnu::format(printf, 2, 3)]] void write(const char *format, ...) const noexcept;
 
  private:
   const char *path_, *routine_;
