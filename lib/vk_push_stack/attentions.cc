@@ -7,21 +7,21 @@
 namespace vk {
 namespace {
 
-constexpr unsigned int bit(int flag) noexcept {
-  return 1u << flag;
+constexpr unsigned long bit(int flag) noexcept {
+  return 1UL << flag;
 }
 
-constexpr unsigned int kNoDefaultMessage = bit(VK_FLAG_NO_DEFAULT_MSG);
-constexpr unsigned int kCatalogueIncomplete =
+constexpr unsigned long kNoDefaultMessage = bit(VK_FLAG_NO_DEFAULT_MSG);
+constexpr unsigned long kCatalogueIncomplete =
     bit(VK_FLAG_NO_CATALOGUE) | bit(VK_FLAG_BAD_SET) | bit(VK_FLAG_BAD_MSG_NUMBER);
-constexpr unsigned int kFileInfoIncomplete =
+constexpr unsigned long kFileInfoIncomplete =
     bit(VK_FLAG_NO_FILE_NAME) | bit(VK_FLAG_NO_VERSION) | bit(VK_FLAG_NO_PRODUCT) | bit(VK_FLAG_BAD_LINE);
 
 enum class inserts { routine, record_size, failed_copy };
 
 // Raised in this order when one of `any_of`, all of `all_of` and none of `none_of` are set; the last one is the result.
 struct attention {
-  unsigned int any_of, all_of, none_of;
+  unsigned long any_of, all_of, none_of;
   int code, message;
   inserts with;
 };
@@ -55,10 +55,8 @@ int raise(const attention &row, const incident &in) noexcept {
 }  // namespace
 
 int raise_attentions(const incident &in, const incident_flags &flags) noexcept {
-  unsigned int set = 0;
-  for (int flag = 0; flag < VK_FLAG_COUNT; ++flag)
-    set |= static_cast<unsigned int>(flags[static_cast<std::size_t>(flag)] != 0) << flag;
-  if (set == 0) return cu_set_no_error_1();
+  if (flags.none()) return cu_set_no_error_1();
+  const unsigned long set = flags.to_ulong();
   bool raised = false;
   int result = VK_SUCCESS;
   for (const attention &row : kAttentions) {

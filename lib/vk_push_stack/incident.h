@@ -2,8 +2,7 @@
 #ifndef LIB_VK_PUSH_STACK_INCIDENT_H
 #define LIB_VK_PUSH_STACK_INCIDENT_H
 
-#include <cstddef>
-#include <cstdint>
+#include <bitset>
 
 #include "qx_vosk.h"
 
@@ -25,12 +24,8 @@ struct incident {
   const char *default_message;
 };
 
-// What is missing or went wrong; the entries are named in the public header.
-struct incident_flags {
-  std::uint32_t set[VK_FLAG_COUNT] = {};
-  std::uint32_t &operator[](std::size_t flag) noexcept { return set[flag]; }
-  std::uint32_t operator[](std::size_t flag) const noexcept { return set[flag]; }
-};
+// What is missing or went wrong; the flags are named in the public header.
+using incident_flags = std::bitset<VK_FLAG_COUNT>;
 
 }  // namespace vk
 

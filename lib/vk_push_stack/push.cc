@@ -67,7 +67,8 @@ void trace_parameters(const tracer &trace, const incident &in) noexcept {
            or_none(in.default_message));
 }
 
-void set_missing_fields(const incident &in, incident_flags &flags) noexcept {
+incident_flags missing_fields(const incident &in) noexcept {
+  incident_flags flags;
   const bool data = is_set(in.detail_data), file = is_set(in.detail_file);
   flags[VK_FLAG_NO_DEFAULT_MSG] = !is_set(in.default_message);
   flags[VK_FLAG_NO_CATALOGUE] = !is_set(in.catalogue_name);
@@ -80,6 +81,7 @@ void set_missing_fields(const incident &in, incident_flags &flags) noexcept {
   flags[VK_FLAG_BAD_LINE] = in.line < 1;
   flags[VK_FLAG_NO_DETAIL] = !data && !file;
   flags[VK_FLAG_BOTH_DETAILS] = data && file;
+  return flags;
 }
 
 enum class progress { recorded, failed, unfinished };
@@ -92,7 +94,8 @@ class pusher {
         trace_path_(trace_path),
         trace_(trace_on, trace_path, "vk_push_stack"),
         pid_(pid),
-        in_(in) {
+        in_(in),
+        flags_(missing_fields(in)) {
     copy_path_[0] = '\0';
     stack_path_[0] = '\0';
   }
@@ -188,12 +191,12 @@ bool pusher::find_and_open(int &fd) noexcept {
 
 // Copies the detail file, once. False when the lock got lost over it and could not be taken again.
 bool pusher::copy_details(int fd) noexcept {
-  if (details_copied_ || !is_set(in_.detail_file) || flags_[VK_FLAG_BOTH_DETAILS] != 0) return true;
+  if (details_copied_ || !is_set(in_.detail_file) || flags_[VK_FLAG_BOTH_DETAILS]) return true;
   details_copied_ = true;
   const bool drops_lock = same_file(in_.detail_file, stack_path_);
   if (vk_make_dump_file_copy(trace_on_, trace_path_, in_.detail_file, copy_path_) != VOSK_SUCCESS) {
     VK_TRACE(trace_, "%s", "Cannot copy caller's file - ignoring\n");
-    flags_[VK_FLAG_COPY_FAILED] = 1;
+    flags_[VK_FLAG_COPY_FAILED] = true;
   }
   return !drops_lock || lock_again(trace_, stack_path_, fd, code_);
 }
@@ -213,7 +216,7 @@ void pusher::build_record(va_list args) noexcept {
   flags_[VK_FLAG_NO_EID] = vk_generate_eid_2(static_cast<unsigned int>(trace_on_), trace_path_, stack_path_, 0, kNone,
                                              kNone, &seconds, eid_) != VOSK_SUCCESS;
 
-  const bool cites_copy = is_set(in_.detail_file) && flags_[VK_FLAG_BOTH_DETAILS] == 0;
+  const bool cites_copy = is_set(in_.detail_file) && !flags_[VK_FLAG_BOTH_DETAILS];
   if (cites_copy)
     VK_TRACE(trace_, "Calling %s using detail file name as detail data\n", "vk_format_stack_rec");
   else
@@ -312,7 +315,6 @@ progress pusher::write_record(int fd, bool may_wait, stack_image *image) noexcep
 progress pusher::attempt(va_list args, bool may_wait) noexcept {
   int fd = -1;
   if (!find_and_open(fd)) return progress::failed;
-  set_missing_fields(in_, flags_);
   if (pid_ != owner_) {
     VK_TRACE(trace_, "Process ID %d does not agree with %s value of %d\nReturning error code %s(%d)\n", pid_, kVoskPid,
              owner_, vk_name(VK_ENV_CORRUPT), VK_ENV_CORRUPT);
@@ -332,7 +334,7 @@ void pusher::hand_out_identifier() noexcept {
     if (in_.fid != nullptr) std::memset(*in_.fid, 0, sizeof *in_.fid);
   } else if (in_.fid == nullptr) {
     VK_TRACE(trace_, "%s", "Caller did not provide a valid VOSK ID pointer - cannot return VOSK ID\n");
-    flags_[VK_FLAG_NO_EID_POINTER] = 1;
+    flags_[VK_FLAG_NO_EID_POINTER] = true;
   } else {
     std::memcpy(*in_.fid, eid_, sizeof eid_);
   }
