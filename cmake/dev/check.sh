@@ -72,16 +72,17 @@ part_valgrind() {
   done
 }
 
-# Of what is read, nothing is used before it was written. Not the tools' reader: it keeps trees, whose code in the C++
-# library is not instrumented.
+# Of what is read, nothing is used before it was written: by the fuzz targets' seeds and plain C programs, for the C++
+# library is not instrumented. Not the tools' reader, which keeps that library's trees.
 part_msan() {
   need_packages fuzz
-  build msan fuzz_targets
+  build msan qx_vosk qx_cu fuzz_targets
   for seeds in fuzz/corpus/*; do
     [ "${seeds##*/}" != fuzz_stack_reader ] || continue
     printf '%s: ' "${seeds##*/}"
     without_aslr "build-msan/bin/${seeds##*/}" "$seeds"
   done
+  without_aslr sh cmake/dev/c_programs.sh build-msan clang -fsanitize=memory -fno-omit-frame-pointer -g
 }
 
 # In CI the tests of the library and of the readers: the others run programs that have tests of their own here, and take
