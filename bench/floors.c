@@ -26,20 +26,32 @@ static char block[24];
     }              \
   } while (0)
 
-static int open_locked(const char *directory, const char *stack) {
+static void find_stack(const char *directory, const char *stack) {
   struct stat status;
-  struct timeval now;
-  int fd;
   DONE(getpid());
   DONE(stat(directory, &status));
   DONE(stat(stack, &status));
-  fd = open(stack, O_RDWR);
+}
+
+static int open_and_lock(const char *stack) {
+  const int fd = open(stack, O_RDWR);
   DONE(lockf(fd, F_LOCK, 0));
-  gettimeofday(&now, NULL);
-  DONE(stat(stack, &status));
+  return fd;
+}
+
+static void identify_and_read_header(const char *stack, int fd, int inherited) {
+  if (inherited) DONE(getppid());
+  floor_stack_identifier(stack);
   lseek(fd, 0, SEEK_SET);
   DONE(read(fd, block, 4));
   DONE(read(fd, block + 4, 20));
+}
+
+static int open_existing(const char *directory, const char *stack, int inherited) {
+  int fd;
+  find_stack(directory, stack);
+  fd = open_and_lock(stack);
+  identify_and_read_header(stack, fd, inherited);
   return fd;
 }
 
@@ -60,23 +72,19 @@ static int position_of(void) {
   return position;
 }
 
-void floor_push(const char *directory, const char *stack, size_t record) {
-  const int fd = open_locked(directory, stack);
+void floor_push(const char *directory, const char *stack, size_t record, int inherited) {
+  const int fd = open_existing(directory, stack, inherited);
   write_and_leave(fd, position_of(), record);
 }
 
-void floor_wrapped_push(const char *directory, const char *stack, size_t record, const int *cleared, int count) {
-  const int fd = open_locked(directory, stack);
-  int i, offset = 24;
-  for (i = 0; i < count; ++i) {
-    unsigned int length;
-    lseek(fd, offset, SEEK_SET);
-    DONE(read(fd, &length, sizeof length));
-    lseek(fd, offset, SEEK_SET);
-    lseek(fd, 0, SEEK_CUR);
-    DONE(write(fd, zeros, (size_t)cleared[i]));
-    offset += cleared[i];
-  }
+void floor_wrapped_push(const char *directory, const char *stack, size_t record, size_t cleared) {
+  const int fd = open_existing(directory, stack, 0);
+  unsigned int length;
+  lseek(fd, 24, SEEK_SET);
+  DONE(read(fd, &length, sizeof length));
+  lseek(fd, 24, SEEK_SET);
+  lseek(fd, 0, SEEK_CUR);
+  DONE(write(fd, zeros, cleared));
   write_and_leave(fd, 24, record);
 }
 
@@ -97,28 +105,18 @@ void floor_reserve(const char *directory, const char *file) {
 }
 
 void floor_first_push(const char *directory, const char *stack, size_t record) {
-  struct stat status;
-  struct timeval now;
   int fd;
-  DONE(getpid());
-  DONE(stat(directory, &status));
-  DONE(stat(stack, &status));
+  find_stack(directory, stack);
   floor_reserve(directory, stack);
-  fd = open(stack, O_RDWR);
-  DONE(lockf(fd, F_LOCK, 0));
+  fd = open_and_lock(stack);
   DONE(write(fd, zeros, 4));
   DONE(write(fd, bytes, 20));
-  gettimeofday(&now, NULL);
-  DONE(stat(stack, &status));
-  lseek(fd, 0, SEEK_SET);
-  DONE(read(fd, block, 4));
-  DONE(read(fd, block + 4, 20));
+  identify_and_read_header(stack, fd, 0);
   write_and_leave(fd, 24, record);
 }
 
 void floor_log(void) {
-  struct timeval now;
-  gettimeofday(&now, NULL);
+  floor_syslog_identifier();
   openlog("bench", LOG_PID | LOG_NDELAY, LOG_DAEMON);
   syslog(LOG_ERR, "%s",
          "(Recorded using libqx_vosk.a cv 2):::Error ID: 822....J3M.f/Ezh..1U.0....................:::Reference ID: "
@@ -130,14 +128,14 @@ void floor_stack_identifier(const char *stack) {
   struct stat status;
   struct timeval now;
   gettimeofday(&now, NULL);
-  DONE(getenv("VOSKADDR"));
+  DONE(getenv("VOSKADDR") != NULL);
   DONE(stat(stack, &status));
 }
 
 void floor_syslog_identifier(void) {
   struct timeval now;
   gettimeofday(&now, NULL);
-  DONE(getenv("VOSKADDR"));
+  DONE(getenv("VOSKADDR") != NULL);
 }
 
 void floor_decode(void) {
@@ -174,7 +172,7 @@ void floor_decode_with_search(const char *directory) {
   closedir(opened);
 }
 
-void floor_trace_line(const char *trace, size_t entry) {
+void floor_trace_line(const char *trace, size_t entry, size_t remains) {
   struct timeval now;
   char text[26];
   int fd;
@@ -189,6 +187,13 @@ void floor_trace_line(const char *trace, size_t entry) {
   DONE(write(fd, zeros, entry));
   lseek(fd, 0, SEEK_CUR);
   DONE(write(fd, zeros, 21));
+  if (remains != 0) { /* of an older entry, in a file that was recycled */
+    const off_t behind = lseek(fd, 0, SEEK_CUR);
+    DONE(read(fd, bytes, sizeof bytes));
+    lseek(fd, behind, SEEK_SET);
+    lseek(fd, 0, SEEK_CUR);
+    DONE(write(fd, zeros, remains));
+  }
   lseek(fd, 0, SEEK_SET);
   DONE(write(fd, bytes, 36));
   lseek(fd, 0, SEEK_SET);

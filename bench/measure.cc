@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 
 namespace bench {
 namespace {
@@ -30,6 +31,12 @@ double median(std::array<double, kRounds> values) {
 }
 
 }  // namespace
+
+void expect_success(int result) {
+  if (result == 0) return;
+  std::fprintf(stderr, "qx_bench: a road failed with %d\n", result);
+  std::abort();
+}
 
 comparison compare(const subject &ours, const subject &other, int milliseconds) {
   std::array<double, kRounds> a{}, b{};

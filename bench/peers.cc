@@ -11,6 +11,7 @@
 
 #include "qx_vosk.h"
 #include "roads.h"
+#include "states.h"
 
 #ifdef QX_BENCH_LIBSYSTEMD
 #include <systemd/sd-journal.h>

@@ -1,98 +1,55 @@
 #include "roads.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <vector>
+#include <memory>
 
+#include "crowd.h"
 #include "floors.h"
 #include "qx_vosk.h"
 #include "stage.h"
+#include "states.h"
 
 namespace bench {
 namespace {
 
-constexpr std::size_t kRecord = 198, kTraceEntry = 84;
+constexpr char kTrace[] = "/var/adm/trace";
 vk_eid_t eid;
 
 void push_with_arguments() {
-  (void)vk_push_stack_1(&eid, nullptr, "bench", "product", "bench.cc", "1.0", 17, 0, "details", nullptr, "x.cat", 1, 2,
-                        "an order %s %d", "late", 5);
+  expect_success(vk_push_stack_1(&eid, nullptr, "bench", "product", "bench.cc", "1.0", 17, 0, "details", nullptr,
+                                 "x.cat", 1, 2, "an order %s %d", "late", 5));
 }
 
-std::string bytes_of(const std::string &path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+void push_longer() {
+  expect_success(vk_push_stack_1(&eid, nullptr, "bench", "product", "bench.cc", "1.0", 17, 0, "many more details",
+                                 nullptr, "x.cat", 1, 2, "an order is late"));
 }
 
-void put_back(const std::string &path, const std::string &bytes) {
-  const int fd = open(path.c_str(), O_RDWR);
-  if (fd == -1 || write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) std::abort();
-  (void)close(fd);
-}
-
-// A stack whose next push wraps, and how much that push clears, record by record.
-struct full_stack {
-  std::string before;
-  std::vector<int> cleared;
-};
-
-full_stack fill(const std::string &stack) {
-  full_stack full;
-  empty_stack(stack);
-  for (;;) {
-    full.before = bytes_of(stack);
-    std::int32_t position;
-    std::memcpy(&position, full.before.data() + 8, sizeof position);
-    if (position + static_cast<std::int32_t>(kRecord) - 4 > 16384) break;
-    push_once();
-  }
-  for (int need = static_cast<int>(kRecord) - 4, cleared = 0, offset = 24; cleared <= need;) {
-    std::int32_t length;
-    std::memcpy(&length, full.before.data() + offset, sizeof length);
-    if (length == 0) break;
-    full.cleared.push_back(length + 4);
-    cleared += length + 4;
-    offset += length + 4;
-  }
-  return full;
+void trace_once() {
+  expect_success(vk_debug(kTrace, "bench", "A line of %d words\n", 5));
 }
 
 // `processes` of them push into one stack at once; the time is that of all until the last is done.
 subject together(const std::string &stack, int processes, const std::function<void()> &once) {
   const int each = kPushesAStack / processes;
-  return {.block =
-              [=] {
-                std::array<int, 2> gate{};
-                std::vector<pid_t> children;
-                if (pipe(gate.data()) != 0) std::abort();
-                for (int i = 0; i < processes; ++i) {
-                  const pid_t child = fork();
-                  if (child == 0) {
-                    (void)close(gate[1]);
-                    char started;
-                    if (read(gate[0], &started, 1) != 0) _exit(1);
-                    for (int k = 0; k < each; ++k) once();
-                    _exit(0);
-                  }
-                  children.push_back(child);
-                }
-                (void)close(gate[0]);
-                (void)close(gate[1]);
-                for (const pid_t child : children) (void)waitpid(child, nullptr, 0);
-              },
+  const auto waiting = std::make_shared<std::unique_ptr<crowd>>();
+  return {.block = [=] { (*waiting)->run(); },
           .calls = processes * each,
-          .before = [=] { empty_stack(stack); }};
+          .before =
+              [=] {
+                waiting->reset();
+                empty_stack(stack);
+                *waiting = std::make_unique<crowd>(processes, [=] {
+                  for (int i = 0; i < each; ++i) once();
+                });
+              }};
 }
 
 subject repeated(const std::function<void()> &once, int calls, const std::function<void()> &before = {}) {
@@ -112,18 +69,13 @@ void close_sockets() {
 }  // namespace
 
 void push_once() {
-  (void)vk_push_stack_1(&eid, nullptr, "bench", "product", "bench.cc", "1.0", 17, 0, "details", nullptr, "x.cat", 1, 2,
-                        "an order is late");
+  expect_success(vk_push_stack_1(&eid, nullptr, "bench", "product", "bench.cc", "1.0", 17, 0, "details", nullptr,
+                                 "x.cat", 1, 2, "an order is late"));
 }
 
 void log_once() {
-  (void)vk_log_error_1(&eid, nullptr, "bench", "product", "bench.cc", "1.0", 17, 0, VOSK_ERROR, 0, "details", 7,
-                       nullptr, "an order %d", 5);
-}
-
-void empty_stack(const std::string &stack) {
-  static const std::int32_t header[] = {0, 24, 24, 24, 16384, 0};
-  put_back(stack, {reinterpret_cast<const char *>(header), sizeof header});
+  expect_success(vk_log_error_1(&eid, nullptr, "bench", "product", "bench.cc", "1.0", 17, 0, VOSK_ERROR, 0, "details",
+                                7, nullptr, "an order %d", 5));
 }
 
 void measure_roads(const std::string &stack, int milliseconds, int attempts,
@@ -138,46 +90,43 @@ void measure_roads(const std::string &stack, int milliseconds, int attempts,
     shown({name, best, goal});
   };
   const auto fresh = [&] { empty_stack(stack); };
-  push_once();
+  push_once();  // creates the file
+  const std::size_t record = record_size(stack, push_once);
+  const std::size_t record_with_arguments = record_size(stack, push_with_arguments);
 
   measured("push", repeated(push_once, kPushesAStack, fresh),
-           repeated([&] { floor_push(kStacks, file, kRecord); }, kPushesAStack, fresh), 1.10);
+           repeated([&] { floor_push(kStacks, file, record, 0); }, kPushesAStack, fresh), 1.10);
   measured("push with arguments", repeated(push_with_arguments, kPushesAStack, fresh),
-           repeated([&] { floor_push(kStacks, file, kRecord); }, kPushesAStack, fresh), 1.12);
-  const full_stack full = fill(stack);
-  const auto refill = [&] { put_back(stack, full.before); };
+           repeated([&] { floor_push(kStacks, file, record_with_arguments, 0); }, kPushesAStack, fresh), 1.12);
+  const full_stack full = fill_stack(stack, push_longer, push_once);
+  const auto refill = [&] { put_back(stack, full.bytes); };
   measured("wrapped push", repeated(push_once, 1, refill),
-           repeated(
-               [&] {
-                 floor_wrapped_push(kStacks, file, kRecord, full.cleared.data(), static_cast<int>(full.cleared.size()));
-               },
-               1, refill),
-           1.10);
+           repeated([&] { floor_wrapped_push(kStacks, file, record, full.cleared); }, 1, refill), 1.10);
   const auto gone = [&] { (void)unlink(file); };
   measured("first push", repeated(push_once, 1, gone),
-           repeated([&] { floor_first_push(kStacks, file, kRecord); }, 1, gone), 1.18);
+           repeated([&] { floor_first_push(kStacks, file, record); }, 1, gone), 1.18);
   for (const int processes : {2, 4, 8})
     measured(("push, " + std::to_string(processes) + " processes on one stack").c_str(),
              together(stack, processes, push_once),
-             together(stack, processes, [&] { floor_push(kStacks, file, kRecord); }), 1.15);
+             together(stack, processes, [&] { floor_push(kStacks, file, record, 1); }), 1.15);
 
   measured("log", repeated(log_once, 50), repeated(floor_log, 50), 1.28);
   std::int64_t seconds;
   measured("stack identifier",
-           repeated([&] { (void)vk_generate_eid_2(0, nullptr, file, 0, ~0U, ~0U, &seconds, eid); }, 1000),
+           repeated([&] { expect_success(vk_generate_eid_2(0, nullptr, file, 0, ~0U, ~0U, &seconds, eid)); }, 1000),
            repeated([&] { floor_stack_identifier(file); }, 1000), 1.15);
   vk_eid_t of_stack;
   std::memcpy(of_stack, eid, sizeof of_stack);
   measured("System Log identifier",
-           repeated([&] { (void)vk_generate_eid_2(0, nullptr, nullptr, 0, 24, 3, &seconds, eid); }, 5000),
+           repeated([&] { expect_success(vk_generate_eid_2(0, nullptr, nullptr, 0, 24, 3, &seconds, eid)); }, 5000),
            repeated(floor_syslog_identifier, 5000), 2.0);
 
   unsigned int on_node, version, location, templ, facility, priority, ipv6;
   timeval time;
   char names[256], address[16];
   const auto decode = [&](const char *identifier) {
-    (void)vk_decode_eid_2(0, nullptr, identifier, &on_node, &version, &location, names, 1, &templ, &facility, &priority,
-                          &time, address, &ipv6);
+    expect_success(vk_decode_eid_2(0, nullptr, identifier, &on_node, &version, &location, names, 1, &templ, &facility,
+                                   &priority, &time, address, &ipv6));
   };
   measured("decode", repeated([&] { decode(eid); }, 100, close_sockets), repeated(floor_decode, 100, close_sockets),
            1.38);
@@ -186,12 +135,15 @@ void measure_roads(const std::string &stack, int milliseconds, int attempts,
            repeated([] { floor_decode_with_search(kStacks); }, 100, close_sockets), 1.12);
   for (int i = 0; i < 500; ++i) std::filesystem::remove(std::string(kStacks) + "/other." + std::to_string(i));
 
-  const std::string trace = "/var/adm/trace";
-  if (vk_create_debug_file(trace.c_str()) != VOSK_SUCCESS) std::abort();
-  measured("trace line", repeated([&] { (void)vk_debug(trace.c_str(), "bench", "A line of %d words\n", 5); }, 50),
-           repeated([&] { floor_trace_line(trace.c_str(), kTraceEntry); }, 50), 1.40);
-  measured("environment test", repeated([] { (void)vk_test_stack_1(); }, 1000), repeated(floor_environment_test, 1000),
-           1.4);
+  const trace_states trace = fill_trace(kTrace, trace_once);
+  const auto untraced = [&] { put_back(kTrace, trace.fresh); };
+  measured("trace line", repeated(trace_once, 50, untraced),
+           repeated([&] { floor_trace_line(kTrace, trace.entry, 0); }, 50, untraced), 1.40);
+  const auto recycled = [&] { put_back(kTrace, trace.recycled); };
+  measured("trace line, recycled file", repeated(trace_once, 50, recycled),
+           repeated([&] { floor_trace_line(kTrace, trace.entry, trace.remains); }, 50, recycled), 1.40);
+  measured("environment test", repeated([] { expect_success(vk_test_stack_1()); }, 1000),
+           repeated(floor_environment_test, 1000), 1.4);
   measured("base 64, both ways",
            repeated(
                [] {
@@ -207,16 +159,17 @@ void measure_roads(const std::string &stack, int milliseconds, int attempts,
   std::ofstream(input) << std::string(10000, 'x');
   const auto none = [&] { (void)unlink(reserved.c_str()); };
   std::int64_t size;
-  measured("reservation",
-           repeated([&] { (void)vk_allocate_file(0, nullptr, reserved.c_str(), 16384, 8192, &size); }, 1, none),
-           repeated([&] { floor_reserve("/var/adm", reserved.c_str()); }, 1, none), 1.10);
+  measured(
+      "reservation",
+      repeated([&] { expect_success(vk_allocate_file(0, nullptr, reserved.c_str(), 16384, 8192, &size)); }, 1, none),
+      repeated([&] { floor_reserve("/var/adm", reserved.c_str()); }, 1, none), 1.10);
   const auto no_copies = [] {
     for (const auto &entry : std::filesystem::directory_iterator(kDumps)) std::filesystem::remove(entry.path());
   };
   char copy[4096];
   const std::string output = std::string(kDumps) + "/qx_bench.4711.20261121.120000";
   measured("detail copy of 10,000 bytes",
-           repeated([&] { (void)vk_make_dump_file_copy(0, nullptr, input.c_str(), copy); }, 1, no_copies),
+           repeated([&] { expect_success(vk_make_dump_file_copy(0, nullptr, input.c_str(), copy)); }, 1, no_copies),
            repeated([&] { floor_detail_copy(input.c_str(), kDumps, output.c_str()); }, 1, no_copies), 1.18);
 }
 

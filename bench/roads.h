@@ -20,8 +20,6 @@ void measure_roads(const std::string &stack, int milliseconds, int attempts,
 // One ordinary recording, as every comparison uses it.
 void push_once();
 void log_once();
-// Makes the stack file as if it had never been recorded to.
-void empty_stack(const std::string &stack);
 inline constexpr int kPushesAStack = 60;  // so many of them fit without a wrap
 
 }  // namespace bench
