@@ -1,4 +1,5 @@
-/* The system calls that each road cannot do without, in their order, and nothing else. */
+/* The system calls and lookups in the environment that each road cannot do without, in their order, and nothing else.
+ */
 #ifndef BENCH_FLOORS_H
 #define BENCH_FLOORS_H
 
