@@ -221,6 +221,16 @@ void floor_trace_line(const char *trace, size_t entry, size_t remains) {
   close(fd);
 }
 
+void floor_traced_push(const char *directory, const char *stack, size_t record, const char *trace,
+                       const size_t *entries, size_t count) {
+  struct stat status;
+  size_t i;
+  DONE(stat(trace, &status)); /* by the push, and by its environment test */
+  DONE(stat(trace, &status));
+  floor_push(directory, stack, record, 0);
+  for (i = 0; i < count; ++i) floor_trace_line(trace, entries[i], 0);
+}
+
 void floor_environment_test(void) {
   DONE(getpid());
   test_environment();

@@ -1,5 +1,4 @@
-/* The system calls and lookups in the environment that each road cannot do without, in their order, and nothing else.
- */
+/* The system calls, and the lookups in the environment, that a road cannot do without: in their order, nothing else. */
 #ifndef BENCH_FLOORS_H
 #define BENCH_FLOORS_H
 
@@ -19,6 +18,9 @@ void floor_syslog_identifier(void);
 void floor_decode(void);
 void floor_decode_with_search(const char *directory);
 void floor_trace_line(const char *trace, size_t entry, size_t remains);
+/* A push and its lines, of these lengths. */
+void floor_traced_push(const char *directory, const char *stack, size_t record, const char *trace,
+                       const size_t *entries, size_t count);
 void floor_environment_test(void);
 void floor_base64(long value);
 void floor_reserve(const char *directory, const char *file);

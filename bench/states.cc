@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -16,7 +17,8 @@ namespace bench {
 namespace {
 
 constexpr std::size_t kPositionAt = 8, kWrappedAt = 20, kFirstRecordAt = 24;
-constexpr std::size_t kEndMarker = 21;
+constexpr std::size_t kFirstEntryAt = 36, kEndMarker = 21;
+constexpr char kStartOfEntry = '\001';
 
 std::size_t number_at(const std::string &stack, std::size_t offset) {
   std::uint32_t number;
@@ -77,6 +79,15 @@ trace_states fill_trace(const std::string &trace, const std::function<void()> &l
   } while (header_number(states.recycled, "VKTFW=") == 0);
   states.remains = states.entry - kEndMarker;
   return states;
+}
+
+std::vector<std::size_t> entry_lengths(const std::string &trace) {
+  const std::string bytes = bytes_of(trace);
+  const std::size_t end = header_number(bytes, "VKTFO=");
+  std::vector<std::size_t> lengths;
+  for (std::size_t at = kFirstEntryAt; at < end; at += lengths.back())
+    lengths.push_back(std::min(bytes.find(kStartOfEntry, at + 1), end) - at);
+  return lengths;
 }
 
 }  // namespace bench

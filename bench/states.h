@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -36,6 +37,9 @@ struct trace_states {
   std::size_t remains;  // what is cleared, in the recycled file, of the older entry that the end marker cuts into
 };
 trace_states fill_trace(const std::string &trace, const std::function<void()> &line);
+
+// The lengths of the entries that a trace file begins with, up to its end marker.
+std::vector<std::size_t> entry_lengths(const std::string &trace);
 
 }  // namespace bench
 
