@@ -237,6 +237,26 @@ TEST_F(Install, CanBeMoved) {
            "/pkgconfig pkg-config --cflags --libs qx_vosk) && LD_LIBRARY_PATH=" + moved + " ./moved_consumer");
 }
 
+TEST_F(Install, OfAPrefixWithBlanksServesAllTheSame) {
+  const std::string prefix = *folder_ / "two words/here", quoted = "\"" + prefix + "\"";
+  const std::string printed = install("--prefix " + quoted, "");
+  const std::string pkg_config =
+      "PKG_CONFIG_PATH=" + quoted + "/" QX_LIBDIR "/pkgconfig pkg-config --cflags --libs qx_vosk qx_cu";
+  const std::string there = "LD_LIBRARY_PATH=" + quoted + "/" QX_LIBDIR " ";
+  succeeds("eval cc message.c -o blank $(" + pkg_config + ")");
+  const std::string path = first_group(printed, "set: (NLSPATH=.*)$");
+  EXPECT_THAT(run(there + path + " LANG=de ./blank").output, HasSubstr(kGerman)) << printed;
+
+  fs::create_directory(*folder_ / "blank_package");
+  ASSERT_TRUE(files::write(*folder_ / "blank_package/CMakeLists.txt",
+                           "cmake_minimum_required(VERSION 3.25)\nproject(consumer C)\n"
+                           "find_package(qx_vosk 1.0 REQUIRED)\nadd_executable(c ../plain.c)\n"
+                           "target_link_libraries(c qx_vosk::qx_vosk)\n"));
+  succeeds(QX_CMAKE " -S blank_package -B blank_package/build -DCMAKE_PREFIX_PATH=" + quoted +
+           " && " QX_CMAKE " --build blank_package/build && blank_package/build/c");
+  succeeds(quoted + "/bin/vosk report | grep -q 'it failed'");
+}
+
 TEST_F(Install, LeavesConsumersWithTheLibraryAndTheCLibraryOnly) {
   succeeds("cc plain.c -o needing " + plain_flags());
   EXPECT_THAT(dynamic("needing", "NEEDED"), ElementsAre("libqx_vosk.so.1", "libc.so.6"));
@@ -333,6 +353,28 @@ TEST_F(Install, OfASystemPrefixMakesTheDirectoriesByTmpfilesWhereItIsThereAndByI
   EXPECT_EQ(last_step("/opt/vosk", "OFF").status, 0);
   EXPECT_FALSE(fs::exists("/var/adm/vosk/stacks"));
   sandbox::fresh({});
+}
+
+TEST_F(Install, OfASystemPrefixLeavesAloneWhatIsInADirectorysPlaceAndSaysWhatIsLeftToDo) {
+  const std::string elsewhere = *folder_ / "elsewhere";
+  const auto last_step = [](const std::string &place) {
+    return run(
+        "rmdir /var/adm/vosk/stacks; " + place +
+        "; unset DESTDIR; " QX_CMAKE
+        " -DCMAKE_INSTALL_PREFIX=/usr/local -DQX_LOCALEDIR=share/locale -DSYSTEMD_TMPFILES=OFF -P " QX_SOURCE_DIR
+        "/cmake/install/after_install.cmake; stat -c 'now %F %a' /var/adm/vosk/stacks; rm -r /var/adm/vosk/stacks;"
+        " mkdir /var/adm/vosk/stacks");
+  };
+  const std::string left = "stacks\" is not a directory; it is left", needed = "Records need the directories",
+                    linker = "run once: ldconfig";
+  const std::string linked =
+      last_step("mkdir -m 0755 " + elsewhere + "; ln -s " + elsewhere + " /var/adm/vosk/stacks").output;
+  EXPECT_THAT(linked, testing::AllOf(HasSubstr(left), HasSubstr("now symbolic link"), Not(HasSubstr(needed))));
+  EXPECT_EQ(run("stat -c %a " + elsewhere).output, "755\n");
+  EXPECT_THAT(last_step(": >/var/adm/vosk/stacks").output,
+              testing::AllOf(HasSubstr(left), HasSubstr("now regular empty file"), HasSubstr(needed)));
+  EXPECT_THAT(last_step(":").output, testing::AllOf(Not(HasSubstr(left)), HasSubstr("now directory 1777"),
+                                                    Not(HasSubstr(needed)), HasSubstr(linker)));
 }
 
 TEST_F(Install, HasHardenedTools) {
