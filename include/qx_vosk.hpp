@@ -10,6 +10,10 @@
 #ifndef QX_VOSK_HPP
 #define QX_VOSK_HPP
 
+#if __cplusplus < 202002L
+#error "qx_vosk.hpp needs C++20; qx_vosk.h and qx_vosk_macros.h do with less"
+#endif
+
 #include <qx_cu.h>
 #include <qx_vosk.h>
 
@@ -126,13 +130,18 @@ struct recording : status {
   }
 };
 
+#ifdef __GNUC__
+// Another libqx_cu may have no more than the five routines that libqx_vosk calls: results are then without a message.
+#pragma weak cu_get_error_1
+#endif
+
 namespace detail {
 
 template <typename Status>
 Status &with_message(Status &made, int code) {
   made.code = code;
   cu_error_t error;
-  if (code != VK_SUCCESS && cu_get_error_1(&error) == code) made.message = error.text;
+  if (code != VK_SUCCESS && cu_get_error_1 != nullptr && cu_get_error_1(&error) == code) made.message = error.text;
   return made;
 }
 

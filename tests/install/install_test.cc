@@ -228,6 +228,25 @@ TEST_F(Install, CanBeLoadedAtRunTime) {
   succeeds("cc -std=gnu11 loading.c -o loading -ldl && ./loading " + libdir() + "/libqx_vosk.so.1");
 }
 
+// One with the five routines that libqx_vosk calls, and no more.
+TEST_F(Install, TakesAnotherLibqxCuInThePlaceOfOurs) {
+  fs::create_directory(*folder_ / "other");
+  succeeds("cc -shared -fPIC -Wl,-soname,libqx_cu.so.1 " QX_SOURCE_DIR
+           "/cmake/dev/another_qx_cu.c -o other/libqx_cu.so.1");
+  succeeds("cc plain.c -o with_c " + plain_flags() + found_there());
+  succeeds("c++ -std=c++20 cxx.cc -o with_cxx " + plain_flags() + " -lqx_cu" + found_there());
+  const std::string vosk = prefix_ + "/bin/vosk";
+  for (const std::string &program : {std::string("./with_c"), std::string("./with_cxx"),
+                                     "eval \"$(" + vosk + " env create $$)\"; " + vosk + " push why"}) {
+    const auto made = run("export LD_LIBRARY_PATH=other; " + program);
+    EXPECT_EQ(made.status, 0) << program << "\n" << made.output;
+    EXPECT_THAT(made.output, testing::ContainsRegex("[./0-9A-Za-z]{42}\n")) << program;
+    if (program == "./with_cxx") {  // gives no resource
+      EXPECT_THAT(made.output, HasSubstr("another libqx_cu: 28, vosk.cat"));
+    }
+  }
+}
+
 TEST_F(Install, CanBeMoved) {
   fs::copy(prefix_, *folder_ / "moved", fs::copy_options::recursive | fs::copy_options::copy_symlinks);
   const std::string moved = *folder_ / "moved/" QX_LIBDIR;
