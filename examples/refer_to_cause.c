@@ -5,6 +5,8 @@
  * The command prints its identifier on standard error as "2615-000 IDENTIFIER", as record_to_stack does; any other
  * channel between the two would serve as well.
  */
+#define _POSIX_C_SOURCE 200809L /* fdopen, also with -std=c11 */
+
 #include <qx_vosk.h>
 #include <stdio.h>
 #include <string.h>
