@@ -195,6 +195,16 @@ TEST(ManPages, ReferToPagesThatExist) {
         EXPECT_TRUE(fs::exists(kPages + other.substr(0, other.size() - 2) + "." + other.back())) << name << other;
 }
 
+TEST(ManPages, AreAllFoundFromTheOverview) {
+  const std::string overview = contents(kPages + "libqx_vosk.7");
+  const std::string others = overview.substr(overview.find("\n.Sh SEE ALSO\n"));
+  for (const char *section : {"1", "3", "5", "7"})
+    for (const std::string &name : own_pages(section))
+      if (name != "libqx_vosk.7") {
+        EXPECT_THAT(others, HasSubstr("\n.Xr " + name.substr(0, name.size() - 2) + " " + section)) << name;
+      }
+}
+
 TEST(ManPages, TellOfEveryTypeOfAnArgument) {
   const std::string text = contents(kPages + "cu_set_error_args_1.3");
   const auto types = all_groups(contents(QX_SOURCE_DIR "/include/qx_cu.h"), "^#define (CU_ARG_[A-Z]+ [0-9]+)");
