@@ -23,8 +23,6 @@ static std::intmax_t take_integer(argument_source &source) noexcept {
 
 static void take(argument_source &source, arg_type type, argument_value &value) noexcept {
   switch (type) {
-    case arg_type::none:
-      break;
     case arg_type::int_type:
     case arg_type::character_type:
       value.integer = take_integer<int>(source);
@@ -71,7 +69,7 @@ static void take(argument_source &source, arg_type type, argument_value &value) 
     case arg_type::string_type:
       value.string = va_arg(source.list, const char *);
       break;
-    case arg_type::pointer_type:
+    default:  // a pointer: no argument of a valid list is without a type
       value.pointer = va_arg(source.list, const void *);
       break;
   }

@@ -72,8 +72,6 @@ void put_conversion(bounded_text &out, const conversion &c, const argument_value
   const argument_value &value = values[c.position - 1];
   const auto put = [&](auto v) { out.put_value(format.text, width, precision, v); };
   switch (c.type) {
-    case arg_type::none:
-      break;
     case arg_type::int_type:
     case arg_type::character_type:
       put(static_cast<int>(value.integer));
@@ -116,7 +114,7 @@ void put_conversion(bounded_text &out, const conversion &c, const argument_value
     case arg_type::string_type:
       put(value.string != nullptr ? value.string : "");
       break;
-    case arg_type::pointer_type:
+    default:  // a pointer: no argument of a valid list is without a type
       put(value.pointer);
       break;
   }

@@ -12,8 +12,9 @@ static sigset_t only_sigxfsz() noexcept {
 }
 
 void file_size_guard::hold() noexcept {
-  sigset_t pending;
-  was_pending_ = sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
+  sigset_t pending = {};
+  (void)sigpending(&pending);
+  was_pending_ = sigismember(&pending, SIGXFSZ) == 1;
   const sigset_t set = only_sigxfsz();
   held_ = pthread_sigmask(SIG_BLOCK, &set, &former_mask_) == 0;
 }

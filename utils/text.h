@@ -59,8 +59,7 @@ class text_builder {
   }
   // Appends as much of `piece` as leaves `reserved` characters free.
   void append_leaving(std::string_view piece, std::size_t reserved) noexcept {
-    const std::size_t usable = room() > reserved ? room() - reserved : 0;
-    append({piece.data(), std::min(piece.size(), usable)});
+    append({piece.data(), std::min(piece.size(), room() - std::min(room(), reserved))});
   }
   std::size_t room() const noexcept { return N - 1 - size_; }
   const char *c_str() const noexcept { return buffer_; }

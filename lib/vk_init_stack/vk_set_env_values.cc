@@ -114,7 +114,8 @@ int setter::set_stack(const char *name) noexcept {
                                    t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
   int test = vk_test_for_file(trace_on_, trace_path_, buffer);
   // A path that does not fit behind its variable's name is never cut and then used; the test refuses longer ones.
-  const bool fits = length >= 0 && static_cast<std::size_t>(length) + sizeof kVoskStack < size;
+  // A length below 0, of a name of gigabytes, is a large one here.
+  const bool fits = static_cast<unsigned int>(length) < size - sizeof kVoskStack;
   if (!fits && test == VOSK_FILE_MISSING) test = VOSK_FAILURE;
   if (test != VOSK_FILE_MISSING)
     VK_TRACE(trace_,

@@ -41,14 +41,8 @@ constexpr attention kAttentions[] = {
 constexpr char kRoutine[] = "vk_push_stack";
 
 int raise(const attention &row, const incident &in) noexcept {
-  switch (row.with) {
-    case inserts::record_size:
-      return report(row.code, row.message, static_cast<int>(stack_file::kRecordMax));
-    case inserts::failed_copy:
-      return report(row.code, row.message, kRoutine, in.detail_file, kDumpDirectory);
-    case inserts::routine:
-      break;
-  }
+  if (row.with == inserts::record_size) return report(row.code, row.message, static_cast<int>(stack_file::kRecordMax));
+  if (row.with == inserts::failed_copy) return report(row.code, row.message, kRoutine, in.detail_file, kDumpDirectory);
   return report(row.code, row.message, kRoutine);
 }
 

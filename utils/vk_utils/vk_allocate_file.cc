@@ -109,15 +109,12 @@ int vk::allocate_file(int trace_on, const char *trace_path, const char *path, st
     }
     int reserved = 0;
     vk::free_space space;
-    switch (reserve(trace, fd, path, granted, reserved, result, space)) {
-      case outcome::kept:
-        if (reserved_size != nullptr) *reserved_size = reserved;
-        VK_TRACE(trace, "%s reserved (%d bytes) - returning %s(%d)\n", path, reserved, vk::vosk_name(result), result);
-        return result;
-      case outcome::refused:
-        return result;
-      case outcome::too_large:
-        break;
+    const outcome made = reserve(trace, fd, path, granted, reserved, result, space);
+    if (made == outcome::refused) return result;
+    if (made == outcome::kept) {
+      if (reserved_size != nullptr) *reserved_size = reserved;
+      VK_TRACE(trace, "%s reserved (%d bytes) - returning %s(%d)\n", path, reserved, vk::vosk_name(result), result);
+      return result;
     }
     request = vk::two_blocks_less(reserved, space.block_size);
     if (request <= kFloor) {
