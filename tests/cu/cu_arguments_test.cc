@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <sys/types.h>
+
+#include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cstddef>
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "qx_cu.h"
+#include "support/interpose.h"
 
 namespace {
 
@@ -64,6 +67,15 @@ TEST(ErrorArguments, HoldIntegersOfEveryWidth) {
                                static_cast<std::size_t>(3), static_cast<std::size_t>(4)),
                   CU_ARG_ULONG, {-1, 1, 2, 3, 4});
   expect_integers(arguments_of("%c%c", 'x', 200), CU_ARG_CHAR, {'x', 200});
+}
+
+TEST(ErrorArguments, WithoutMemoryAreCountedAndNotGiven) {
+  platform::Calls calls;
+  calls.fail_nth("calloc", 1, ENOMEM);
+  const Outcome outcome = calls.during([] { return arguments_of("%d of %d", 1, 2); });
+  EXPECT_EQ(outcome.result, -1);
+  EXPECT_EQ(outcome.count, 2);
+  EXPECT_FALSE(outcome.array);
 }
 
 TEST(ErrorArguments, HoldTheCallersStringsPointersAndReals) {

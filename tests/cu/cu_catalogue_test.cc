@@ -1,5 +1,6 @@
 // Translated messages: where they are looked for, and when the default text is used instead.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -8,6 +9,7 @@
 #include "catalogue_files.h"
 #include "current_error.h"
 #include "messages/messages.h"
+#include "support/interpose.h"
 
 namespace {
 
@@ -101,6 +103,20 @@ TEST_F(CatalogueTest, LooksInTheProgramsLocaleFirstAndLeavesItAlone) {
   ASSERT_NE(setlocale(LC_ALL, "C.UTF-8"), nullptr);
   EXPECT_EQ(report(), "one by locale 2");
   EXPECT_STREQ(setlocale(LC_ALL, nullptr), "C.UTF-8");
+}
+
+TEST_F(CatalogueTest, AsksTheEnvironmentWhereTheProgramsLocaleHasNone) {
+  compile("7 \"%1$s by LANG %2$d\"\n", "test");
+  ASSERT_NE(setlocale(LC_ALL, "C.UTF-8"), nullptr);
+  EXPECT_EQ(report(), "one by LANG 2");
+}
+
+TEST_F(CatalogueTest, TakesALocaleThatIsNotToldForNone) {
+  platform::Calls calls;
+  calls.return_all("setlocale", 0);
+  calls.during([] { return report(); });
+  EXPECT_THAT(calls.log_of({"catopen"}),
+              testing::ElementsAre("catopen(\"vosk.cat\", 0) = -1 ENOENT", "catopen(\"vosk.cat\", 1) = -1 ENOENT"));
 }
 
 TEST_F(CatalogueTest, FollowsLangAndNotLanguage) {

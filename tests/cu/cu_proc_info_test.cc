@@ -14,6 +14,7 @@
 #include <string>
 
 #include "qx_cu.h"
+#include "support/interpose.h"
 
 namespace {
 
@@ -106,6 +107,46 @@ TEST(ProcessInfo, FailsForAMissingProcessAndLeavesTheRecord) {
     EXPECT_EQ(cu_get_proc_info_1(&record, pid), 0);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(std::memcmp(&record, &before, sizeof record), 0);
+  }
+}
+
+TEST(ProcessInfo, AsksAgainAfterAnInterruption) {
+  platform::Calls calls;
+  calls.fail_first("open", 2, EINTR);
+  calls.fail_first("read", 3, EINTR);
+  cu_proc_info_t record{};
+  EXPECT_EQ(calls.during([&] { return cu_get_proc_info_1(&record, getpid()); }), 1);
+  EXPECT_STREQ(record.command, "cu_proc_info_te");
+  EXPECT_EQ(calls.count("open"), 3);
+  EXPECT_EQ(calls.count("read"), 4);
+  EXPECT_TRUE(calls.left_open().empty());
+}
+
+TEST(ProcessInfo, FailsWhereTheNameCannotBeReadAndLeavesTheRecord) {
+  cu_proc_info_t record, before;
+  std::memset(&record, 0x5a, sizeof record);
+  before = record;
+  platform::Calls calls;
+  calls.fail_nth("read", 1, ESRCH);  // the process has gone meanwhile
+  errno = 0;
+  EXPECT_EQ(calls.during([&] { return cu_get_proc_info_1(&record, getpid()); }), 0);
+  EXPECT_EQ(errno, ESRCH);
+  EXPECT_EQ(std::memcmp(&record, &before, sizeof record), 0);
+  EXPECT_TRUE(calls.left_open().empty());
+}
+
+TEST(ProcessInfo, TakesWhatAShortReadGives) {
+  const struct {
+    long long bytes;
+    const char *name;
+  } rows[] = {{0, ""}, {4, "cu_p"}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.bytes);
+    platform::Calls calls;
+    calls.short_nth("read", 1, row.bytes);
+    cu_proc_info_t record{};
+    EXPECT_EQ(calls.during([&] { return cu_get_proc_info_1(&record, getpid()); }), 1);
+    EXPECT_STREQ(record.command, row.name);
   }
 }
 

@@ -155,9 +155,26 @@ TEST_F(EnvVerify, OnlyTheFirstCharactersOfAddressAndNameAreCompared) {
 }
 
 TEST_F(EnvVerify, ResultDoesNotDependOnTheTrace) {
-  set({{"VOSKPID", "1"}});
-  EXPECT_EQ(vk::vk_verify_env_values(0, nullptr, kPid, "tool", kNodeAddress, '.', 1), 0);
-  EXPECT_EQ(vk::vk_verify_env_values(0, nullptr, kPid, "tool", kNodeAddress, '.', 2), 16);
+  const struct {
+    const char *name;
+    unsigned int mask;
+    std::string meant, other;
+  } kRows[] = {{"VOSKPID", kPid, "4711", "4712"},
+               {"VOSKORIG", kOrig, "4711", "4712"},
+               {"VOSKADDR", kAddr, kNodeAddress, "z/../...................."},
+               {"VOSKPNAME", kPname, "tool", "Tool"}};
+  const auto untraced = [](unsigned int mask) {
+    return vk::vk_verify_env_values(0, nullptr, mask, "tool", kNodeAddress, '.', 4711);
+  };
+  for (const auto &row : kRows) {
+    SCOPED_TRACE(row.name);
+    set({{row.name, row.meant}});
+    EXPECT_EQ(untraced(row.mask), 0);
+    set({{row.name, row.other}});
+    EXPECT_EQ(untraced(row.mask), 16);
+    unset(row.name);
+    EXPECT_EQ(untraced(row.mask), 16);
+  }
 }
 
 }  // namespace

@@ -204,6 +204,22 @@ TEST_F(DumpFailures, StopAtAReadError) {
   }
 }
 
+TEST_F(DumpFailures, AreTheSameUntraced) {
+  const struct {
+    const char *call;
+    int nth, error, result;
+  } rows[] = {{"read", 2, EIO, -30}, {"stat", 6, EACCES, -25}};  // the sixth query is that of the copy's name
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.call);
+    Calls calls;
+    calls.fixed_clock(1706745599, 123456);
+    calls.return_all("getpid", 4711);
+    calls.fail_nth(row.call, row.nth, row.error);
+    EXPECT_EQ(calls.during([&] { return vk_make_dump_file_copy(0, nullptr, input_.c_str(), output_); }), row.result);
+    expect_nothing_left(calls);
+  }
+}
+
 TEST_F(DumpFailures, StopAtAWriteError) {
   struct Row {
     int nth, error;  // error 0 is a short write

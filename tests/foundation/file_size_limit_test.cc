@@ -262,4 +262,12 @@ TEST_F(FileSizeLimit, IsAskedForOncePerCallAndNothingElseWhereThereIsNone) {
   EXPECT_EQ(allocate.count("getrlimit"), 1);
 }
 
+TEST_F(FileSizeLimit, ThatIsNotToldIsTakenForNone) {
+  const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  Calls clear;
+  clear.fail_nth("getrlimit", 1, EINVAL);
+  EXPECT_EQ(clear.during([&] { return fclear(fd, 10); }), 10);
+  close(fd);
+}
+
 }  // namespace

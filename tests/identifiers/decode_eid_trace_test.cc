@@ -352,6 +352,20 @@ TEST(DecodingTrace, WithoutAddressesDoesNotLookForOne) {
                                     "Cannot create socket - error code 24\nReturning VOSK_FAILURE(-1) to caller"));
 }
 
+TEST(DecodingTrace, ShowsATimeThatHasNoDateAsSuch) {
+  for (int version : {1, 2}) {
+    Outputs outputs;
+    outputs.names().chars()[0] = '\0';  // as from a caller who cleared it
+    ScratchTrace trace;
+    Calls calls;
+    decoding::on_a_node_with(calls, {"10.0.0.1"});
+    calls.fail_nth("ctime", 1, EOVERFLOW);
+    EXPECT_EQ(calls.during([&] { return outputs.decode(version, 1, trace.path(), eid(".sN3BG.").c_str()); }), 0);
+    EXPECT_THAT(trace.entries().back(), testing::HasSubstr("Timestamp (no date)\n"));
+    decoding::close_left_open(calls);
+  }
+}
+
 // Of a slot that nothing ends at most 255 bytes are shown.
 TEST(DecodingTrace, TakesTheNameThroughACopy) {
   for (int version : {1, 2}) {

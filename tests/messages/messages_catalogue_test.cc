@@ -32,6 +32,12 @@ class open_catalogue {
   nl_catd handle_;
 };
 
+TEST(CatalogueSource, ThatCannotBeWrittenWholeIsAFailure) {
+  const std::string make = QX_BINARY_DIR "/messages/make_catalogue_source";
+  EXPECT_EQ(std::system((make + " >/dev/null").c_str()), 0);
+  EXPECT_NE(std::system((make + " >/dev/full").c_str()), 0);
+}
+
 TEST(EnglishCatalogue, HoldsEveryTextAsTheTableDoes) {
   const open_catalogue catalogue("%L/%N", "en");
   ASSERT_TRUE(catalogue.found());

@@ -259,6 +259,8 @@ TEST_F(ControlInformation, AsksForADescriptorFirstAndThenForABlock) {
               ElementsAre("vk_get_stack_ctrl_info: Invalid VOSK Error Stack file descriptor -2147483648"));
   EXPECT_EQ(vk::vk_get_stack_ctrl_info(1, trace_.path(), 0, nullptr, false, reclaim_rule::standard), -5);
   EXPECT_THAT(trace_.take(), ElementsAre("vk_get_stack_ctrl_info: Invalid buffer address 0x0"));
+  EXPECT_EQ(vk::vk_get_stack_ctrl_info(0, nullptr, -1, nullptr, false, reclaim_rule::standard), -4);
+  EXPECT_EQ(vk::vk_get_stack_ctrl_info(0, nullptr, 0, nullptr, false, reclaim_rule::standard), -5);
 }
 
 TEST_F(ControlInformation, IsTracedForOneOnly) {

@@ -169,6 +169,9 @@ TEST_F(EnvironmentInformation, AsksForEveryPointerFirst) {
   EXPECT_THAT(trace_file_.take(), entry("env_owner ptr invalid (0x0), returning VOSK_INV_PARAM4(-5)\n"));
   EXPECT_EQ(vk::vk_get_env_info(1, to, path, &number, nullptr), -6);
   EXPECT_THAT(trace_file_.take(), entry("env_orig ptr invalid (0x0), returning VOSK_INV_PARAM5(-6)\n"));
+  EXPECT_EQ(vk::vk_get_env_info(0, nullptr, nullptr, nullptr, nullptr), -4);
+  EXPECT_EQ(vk::vk_get_env_info(0, nullptr, path, nullptr, nullptr), -5);
+  EXPECT_EQ(vk::vk_get_env_info(0, nullptr, path, &number, nullptr), -6);
 }
 
 TEST_F(EnvironmentInformation, TrustsARaisedProcessWithPlainNamesInTheStackDirectoryOnly) {

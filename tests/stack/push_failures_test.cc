@@ -286,6 +286,12 @@ TEST_F(PushFailures, OfAProcessNumberThatAgreesNoLongerLeaveTheLockedFile) {
                           "close(fd1) = 0"));
   EXPECT_EQ(identifier(), untouched());
   EXPECT_EQ(files::difference(empty_stack(), stack()), "");
+
+  set("VOSKPID", std::to_string(getpid()));
+  unset("VOSKDEBUG");
+  read = 0;
+  EXPECT_EQ(calls.during([&] { return push(incident()); }), VK_ENV_CORRUPT);
+  EXPECT_EQ(files::difference(empty_stack(), stack()), "");
 }
 
 }  // namespace

@@ -238,6 +238,19 @@ TEST_F(PushTrace, IntoTheStackFileThatIsNotThereYetIsNotMade) {
   }
 }
 
+TEST_F(PushTrace, IsMadeWhereNoStackIsNamedOrNoneCanBe) {
+  files::TemporaryDirectory directory;
+  const std::string made = directory / "trace";
+  set("VOSKDEBUG", made);
+  unset("VOSKSTACK");
+  EXPECT_EQ(push(incident()), VK_ENV_CORRUPT);
+  EXPECT_EQ(trace_file::read(made).messages("vk_push_stack").size(), 1u);
+  ASSERT_EQ(unlink(made.c_str()), 0);
+  set("VOSKSTACK", std::string(sandbox::kStacks) + "/" + std::string(5000, 's'));
+  EXPECT_EQ(push(incident()), VK_UNEXPECTED);
+  EXPECT_EQ(trace_file::read(made).messages("vk_push_stack").size(), 1u);
+}
+
 // A stack that is such a link is not made either: its reservation finds the link in the way.
 TEST_F(PushTrace, IsNotWhatALinkForAStackLeadsTo) {
   files::TemporaryDirectory directory;

@@ -144,6 +144,8 @@ TEST_F(ReclamationCalls, AreNotMadeForAMissingDescriptorOrHeader) {
   EXPECT_EQ(call(0, nullptr), -5);
   EXPECT_THAT(trace_.take(),
               ElementsAreArray(entries({"Invalid ctrl info ptr 0x0 - returning VOSK_INV_PARAM4(-5)\n"})));
+  EXPECT_EQ(calls_.during([] { return vk::vk_clear_records(0, nullptr, -1, nullptr, 200); }), -4);
+  EXPECT_EQ(calls_.during([] { return vk::vk_clear_records(0, nullptr, 0, nullptr, 200); }), -5);
   EXPECT_THAT(calls_.log_of({"lseek", "read", "write"}), IsEmpty());
 }
 

@@ -86,6 +86,12 @@ TEST(FileInfo, NoOtherFlagIsLookedAt) {
   EXPECT_EQ(field("prod", "b.c", "1.2", 17, flags), "prod,b.c,1.2,17" + blanks(31));
 }
 
+TEST(FileInfo, WithoutFlagsNothingIsMissing) {
+  char buffer[46];
+  EXPECT_EQ(vk_make_file_info_msg(0, nullptr, buffer, "prod", "b.c", "1.2", 17, nullptr), 46);
+  EXPECT_EQ(std::string(buffer, 46), "prod,b.c,1.2,17" + blanks(31));
+}
+
 TEST(FileInfo, EverythingMissingFitsTheField) {
   Flags flags;
   for (std::uint32_t &entry : flags.entries) entry = 1;

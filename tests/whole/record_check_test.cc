@@ -57,6 +57,8 @@ TEST(RecordCheck, AcceptsWhatPushesWrite) {
        }},
       {"a cut text", [](auto &p) { p.detail = std::string(2000, 'd'); }},
       {"a cut process name", [](auto &p) { p.process_name = std::string(2000, 'n'); }},
+      {"no identifier and a cut process name",
+       [](auto &p) { p.identifier = "", p.seconds = 0, p.process_name = std::string(2000, 'n'); }},
       {"a process name that leaves no room", [](auto &p) { p.process_name = std::string(922, 'n'); }},
   };
   for (const auto &row : rows) {

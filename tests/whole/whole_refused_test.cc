@@ -151,11 +151,17 @@ TEST_F(WholeRefused, ACallThatFailsWhileRoomIsMadeIsTracedAndEndsThePush) {
     EXPECT_EQ(trace_file::read(trace).messages("vk_clear_records").back(),
               trace_file::folded_text("%s\nReturning VOSK_FILE_CORRUPT(-26)\n", row.text));
     EXPECT_FALSE(files::locked(stack()));
+    const std::string left = file();
     if (row.offset == 4) {
-      EXPECT_EQ(files::difference(full, file()), "");
+      EXPECT_EQ(files::difference(full, left), "");
     }
+    put(full);
+    environment_.unset("VOSKDEBUG");
+    platform::Calls untraced;
+    untraced.fail_nth(row.call, row.nth, EIO, stack());
+    EXPECT_EQ(untraced.during([] { return push(incident_of(492)).code; }), 24);
+    EXPECT_EQ(files::difference(left, file()), "");
   }
-  environment_.unset("VOSKDEBUG");
 }
 
 }  // namespace
