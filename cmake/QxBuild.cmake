@@ -52,6 +52,8 @@ target_link_options(qx_hardening INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 add_library(qx_library_code INTERFACE)
 target_compile_options(qx_library_code INTERFACE ${QX_NO_FORTIFY} -fvisibility=$<IF:$<BOOL:${QX_VOSK_OPEN}>,default,hidden>
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fvisibility-inlines-hidden -fno-threadsafe-statics>)
+# Programs call it from several threads, whose counts must not get in each other's way.
+target_compile_options(qx_library_code INTERFACE $<$<BOOL:${QX_VOSK_COVERAGE}>:-fprofile-update=atomic>)
 target_link_libraries(qx_library_code INTERFACE qx_warnings qx_hardening)
 
 # qx_shared_library(target version-script): SONAME links, exports by list, no undefined symbol, no C++ runtime.
