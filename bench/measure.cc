@@ -11,18 +11,22 @@ namespace {
 
 using steady = std::chrono::steady_clock;
 
-double nanoseconds_a_call(const subject &s, int milliseconds) {
+double nanoseconds_a_call(const subject &s, int milliseconds, counted what) {
+  using nanoseconds = std::chrono::duration<double, std::nano>;
   const auto wanted = std::chrono::milliseconds(milliseconds);
-  steady::duration spent{};
-  long calls = 0;
+  steady::duration spent{}, fastest = steady::duration::max();
+  long blocks = 0;
   while (spent < wanted) {
     if (s.before) s.before();
     const auto start = steady::now();
     s.block();
-    spent += steady::now() - start;
-    calls += s.calls;
+    const steady::duration block = steady::now() - start;
+    spent += block;
+    fastest = std::min(fastest, block);
+    ++blocks;
   }
-  return std::chrono::duration<double, std::nano>(spent).count() / static_cast<double>(calls);
+  if (what == counted::fastest_block) return nanoseconds(fastest).count() / s.calls;
+  return nanoseconds(spent).count() / static_cast<double>(blocks * s.calls);
 }
 
 double median(std::array<double, kRounds> values) {
@@ -38,17 +42,18 @@ void expect_success(int result) {
   std::abort();
 }
 
-comparison compare(const subject &ours, const subject &other, int milliseconds) {
-  std::array<double, kRounds> a{}, b{};
-  nanoseconds_a_call(ours, milliseconds / 2);  // caches and branch predictors
-  nanoseconds_a_call(other, milliseconds / 2);
+comparison compare(const subject &ours, const subject &other, int milliseconds, counted what) {
+  std::array<double, kRounds> a{}, b{}, ratios{};
+  nanoseconds_a_call(ours, milliseconds / 2, what);  // caches and branch predictors
+  nanoseconds_a_call(other, milliseconds / 2, what);
   for (std::size_t round = 0; round < kRounds; ++round) {
     // Neither side always comes first.
-    if (round % 2 == 0) a[round] = nanoseconds_a_call(ours, milliseconds);
-    b[round] = nanoseconds_a_call(other, milliseconds);
-    if (round % 2 != 0) a[round] = nanoseconds_a_call(ours, milliseconds);
+    if (round % 2 == 0) a[round] = nanoseconds_a_call(ours, milliseconds, what);
+    b[round] = nanoseconds_a_call(other, milliseconds, what);
+    if (round % 2 != 0) a[round] = nanoseconds_a_call(ours, milliseconds, what);
+    ratios[round] = a[round] / b[round];
   }
-  return {median(a), median(b)};
+  return {median(a), median(b), median(ratios)};
 }
 
 void print_heading(const char *other) {
@@ -56,8 +61,8 @@ void print_heading(const char *other) {
 }
 
 void print_row(const row &r) {
-  std::printf("%-42s %12.1f %12.1f %8.3f", r.name.c_str(), r.result.ours, r.result.other, r.result.ratio());
-  if (r.goal != 0) std::printf(" %6.2f%s", r.goal, r.result.ratio() <= r.goal ? "" : "  over");
+  std::printf("%-42s %12.1f %12.1f %8.3f", r.name.c_str(), r.result.ours, r.result.other, r.result.ratio);
+  if (r.goal != 0) std::printf(" %6.2f%s", r.goal, r.result.ratio <= r.goal ? "" : "  over");
   std::printf("\n");
   std::fflush(stdout);
 }

@@ -15,8 +15,8 @@ struct subject {
 };
 
 struct comparison {
-  double ours, other;  // medians, nanoseconds a call
-  double ratio() const { return ours / other; }
+  double ours, other;  // nanoseconds a call
+  double ratio;
 };
 
 // Ends the benchmark unless `result` is 0: a road that fails is not the one to be measured.
@@ -24,8 +24,12 @@ void expect_success(int result);
 
 constexpr int kRounds = 11;
 
-// Runs both in turn, for `milliseconds` each a round, and takes the medians of the rounds.
-comparison compare(const subject &ours, const subject &other, int milliseconds);
+// What counts of a round: its fastest block, since whatever interrupts the others is no cost of the calls; or all
+// blocks, where some calls do more than others.
+enum class counted { fastest_block, all_blocks };
+
+// Runs both in turn, for `milliseconds` each a round; takes the medians of the rounds, and of their ratios.
+comparison compare(const subject &ours, const subject &other, int milliseconds, counted what);
 
 // One row of the table.
 struct row {

@@ -78,7 +78,7 @@ void insert(sqlite3 *db) {
 void measure_peers(const std::string &stack, int milliseconds, const std::function<void(const row &)> &shown) {
   const subject push = repeated(push_once, [&] { empty_stack(stack); });
   const auto measured = [&](const char *name, const subject &ours, const subject &peer, double goal) {
-    shown({name, compare(ours, peer, milliseconds), goal});
+    shown({name, compare(ours, peer, milliseconds, counted::all_blocks), goal});
   };
 #ifdef QX_BENCH_LIBSYSTEMD
   const auto send = [] {

@@ -38,7 +38,7 @@ int main(int argc, char **argv) {
   bench::print_heading("floor ns");
   bench::measure_roads(stack, milliseconds, gate ? 3 : 1, [&](const bench::row &r) {
     bench::print_row(r);
-    if (r.goal != 0 && r.result.ratio() > r.goal + bench::kTolerance) missed = true;
+    if (r.goal != 0 && r.result.ratio > r.goal + bench::kTolerance) missed = true;
   });
   if (gate) {
     std::printf("\ngate (goal + %.2f): %s\n", bench::kTolerance, missed ? "MISSED" : "kept");

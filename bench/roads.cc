@@ -83,10 +83,10 @@ struct bench_run {
   const std::function<void(const row &)> &shown;
 
   void measure(const std::string &name, const subject &ours, const subject &floor, double goal) const {
-    comparison best = compare(ours, floor, milliseconds);
-    for (int attempt = 1; attempt < attempts && best.ratio() > goal + kTolerance; ++attempt) {
-      const comparison again = compare(ours, floor, milliseconds * 2);
-      if (again.ratio() < best.ratio()) best = again;
+    comparison best = compare(ours, floor, milliseconds, counted::fastest_block);
+    for (int attempt = 1; attempt < attempts && best.ratio > goal + kTolerance; ++attempt) {
+      const comparison again = compare(ours, floor, milliseconds * 2, counted::fastest_block);
+      if (again.ratio < best.ratio) best = again;
     }
     shown({name, best, goal});
   }
