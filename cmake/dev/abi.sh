@@ -1,19 +1,21 @@
 #!/bin/sh
 # abi.sh tag TAG [TO]                builds what TAG names, and writes TO/*.abi and TO/codes (TO is abi/ where none is given)
-# abi.sh dump LIBRARY-DIR [TO]       the same from libraries with debug information that are there, and the header
-# abi.sh check LIBRARY-DIR           compares such libraries and the header with what is kept in abi/
+# abi.sh dump LIBRARY-DIR [TO]       the same from libraries with debug information that are there, and the headers
+# abi.sh check LIBRARY-DIR           compares such libraries and the headers with what is kept in abi/
 # abi.sh compare OLD NEW             compares two dumps, or a dump with a library
-# abi.sh compare-codes OLD HEADER    compares a list of codes with a header
+# abi.sh compare-codes OLD HEADER... compares a list of codes with headers
 # Additions pass, everything else is a failure: see docs/abi.md.
 set -eu
 cd "$(dirname "$0")/../.."
 
-# Every number that the header gives a name: "NAME VALUE", in order.
+# codes_of HEADER...: every number that a header gives a name: "NAME VALUE", in order.
 codes_of() {
-  ${CC:-cc} -E -dM -x c "$1" | sed -n 's/^#define \(VO\{0,1\}S\{0,1\}K_[A-Z0-9_]*\) (\{0,1\}\(-\{0,1\}[0-9][0-9]*\))\{0,1\}$/\1 \2/p' |
-    LC_ALL=C sort
-  # Of the flags, whose numbers stand in an enumeration.
-  sed -n 's/^ *\(VK_FLAG_[A-Z_]*\) = \([0-9]*\),\{0,1\}$/\1 \2/p' "$1" | LC_ALL=C sort
+  for header; do
+    ${CC:-cc} -E -dM -x c "$header" |
+      sed -nE 's/^#define ((VOSK|VK|CU)_[A-Z0-9_]+) \(?(-?[0-9]+)\)?$/\1 \3/p' | LC_ALL=C sort
+    # Of the flags, whose numbers stand in an enumeration.
+    sed -n 's/^ *\(VK_FLAG_[A-Z_]*\) = \([0-9]*\),\{0,1\}$/\1 \2/p' "$header" | LC_ALL=C sort
+  done
 }
 
 # dump LIBRARY-DIR INCLUDE-DIR TO
@@ -23,7 +25,7 @@ dump() {
     abidw --exported-interfaces-only --drop-private-types --no-corpus-path --no-comp-dir-path --short-locs \
       --headers-dir "$2" --out-file "$3/lib$name.abi" "$1/lib$name.so.1"
   done
-  codes_of "$2/qx_vosk.h" >"$3/codes"
+  codes_of "$2/qx_vosk.h" "$2/qx_cu.h" >"$3/codes"
 }
 
 # dump_tag TAG TO
@@ -48,12 +50,15 @@ compare() {
   }
 }
 
+# compare_codes OLD HEADER...
 compare_codes() {
+  old=$1
+  shift
   now=$(mktemp)
-  codes_of "$2" >"$now"
+  codes_of "$@" >"$now"
   status=0
-  grep -v -x -F -f "$now" "$1" | sed 's/^/abi: gone or changed: /' >&2 || true
-  ! grep -q -v -x -F -f "$now" "$1" || status=1
+  grep -v -x -F -f "$now" "$old" | sed 's/^/abi: gone or changed: /' >&2 || true
+  ! grep -q -v -x -F -f "$now" "$old" || status=1
   rm -f "$now"
   return "$status"
 }
@@ -66,13 +71,16 @@ check)
   for name in qx_vosk qx_cu; do
     compare "abi/lib$name.abi" "$2/lib$name.so.1" || status=1
   done
-  compare_codes abi/codes include/qx_vosk.h || status=1
+  compare_codes abi/codes include/qx_vosk.h include/qx_cu.h || status=1
   exit "$status"
   ;;
 compare) compare "$2" "$3" ;;
-compare-codes) compare_codes "$2" "$3" ;;
+compare-codes)
+  shift
+  compare_codes "$@"
+  ;;
 *)
-  echo "usage: abi.sh tag TAG [TO], dump LIBRARY-DIR [TO], check LIBRARY-DIR, compare OLD NEW, compare-codes OLD HEADER" >&2
+  echo "usage: abi.sh tag TAG [TO], dump LIBRARY-DIR [TO], check LIBRARY-DIR, compare OLD NEW, compare-codes OLD HEADER..." >&2
   exit 2
   ;;
 esac

@@ -14,7 +14,7 @@ using testing::HasSubstr;
 using vk::test::run_shell;
 
 const std::string kDump = QX_SOURCE_DIR "/abi/libqx_vosk.abi";
-const std::string kHeader = QX_SOURCE_DIR "/include/qx_vosk.h";
+const std::string kHeader = QX_SOURCE_DIR "/include/qx_vosk.h", kCuHeader = QX_SOURCE_DIR "/include/qx_cu.h";
 
 class Abi : public testing::Test {
  protected:
@@ -31,8 +31,8 @@ class Abi : public testing::Test {
   files::TemporaryDirectory folder_;
 };
 
-TEST_F(Abi, OfTheHeaderHasEveryCodeThatIsKept) {
-  const auto result = gate("compare-codes abi/codes " + kHeader);
+TEST_F(Abi, OfTheHeadersHasEveryCodeThatIsKept) {
+  const auto result = gate("compare-codes abi/codes " + kHeader + " " + kCuHeader);
   EXPECT_EQ(result.status, 0) << result.output;
 }
 
@@ -40,14 +40,16 @@ TEST_F(Abi, GateFailsOnAChangedOrRemovedCodeAndPassesANewOne) {
   const struct {
     const char *edit;
     const char *says;  // null: passes
+    const std::string &header = kHeader, &other = kCuHeader;
   } rows[] = {{"s/^#define VOSK_PERM_DENIED (-16)/#define VOSK_PERM_DENIED (-116)/", "VOSK_PERM_DENIED -16"},
               {"s/^#define VK_RECORD_TRUNCATED 44/#define VK_RECORD_TRUNCATED 45/", "VK_RECORD_TRUNCATED 44"},
               {"/^#define VK_STACK_CREAT 1/d", "VK_STACK_CREAT 1"},
               {"s/VK_FLAG_NO_EID = 13/VK_FLAG_NO_EID = 19/", "VK_FLAG_NO_EID 13"},
+              {"s/^#define CU_ARG_DOUBLE 6/#define CU_ARG_DOUBLE 9/", "CU_ARG_DOUBLE 6", kCuHeader, kHeader},
               {"s/^#define VK_SUCCESS 0/&\\n#define VK_NEWER 120/", nullptr}};
   for (const auto &row : rows) {
     SCOPED_TRACE(row.edit);
-    const auto result = gate("compare-codes abi/codes " + edited(kHeader, row.edit));
+    const auto result = gate("compare-codes abi/codes " + edited(row.header, row.edit) + " " + row.other);
     EXPECT_EQ(result.status, row.says == nullptr ? 0 : 1) << result.output;
     if (row.says != nullptr) {
       EXPECT_THAT(result.output, HasSubstr(std::string("gone or changed: ") + row.says));
