@@ -5,7 +5,8 @@ endif()
 
 # catopen looks below /usr/share/locale only.
 if(NOT CMAKE_INSTALL_PREFIX MATCHES "^/usr/?$")
-  cmake_path(ABSOLUTE_PATH QX_LOCALEDIR BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" OUTPUT_VARIABLE locale_dir)
+  cmake_path(ABSOLUTE_PATH CMAKE_INSTALL_PREFIX NORMALIZE OUTPUT_VARIABLE prefix)  # where it is a relative one
+  cmake_path(ABSOLUTE_PATH QX_LOCALEDIR BASE_DIRECTORY "${prefix}" OUTPUT_VARIABLE locale_dir)
   set(path "${locale_dir}/%L/LC_MESSAGES/%N:${locale_dir}/%l/LC_MESSAGES/%N")
   if(path MATCHES "[^a-zA-Z0-9_./:%+,@~-]")
     set(path "'${path}'")

@@ -336,6 +336,14 @@ TEST_F(Install, OfAnotherPrefixPrintsTheVariableThatMakesItsCataloguesFound) {
   EXPECT_THAT(run(path + " LANG=C ./message").output, HasSubstr(kEnglish));
 }
 
+TEST_F(Install, OfARelativePrefixPrintsWhereThatIs) {
+  const auto last_step =
+      run("unset DESTDIR; " QX_CMAKE " -DCMAKE_INSTALL_PREFIX=some/where -DQX_LOCALEDIR=share/locale -P " QX_SOURCE_DIR
+          "/cmake/install/after_install.cmake");
+  EXPECT_THAT(last_step.output,
+              HasSubstr("NLSPATH=" + folder_->path() + "/some/where/share/locale/%L/LC_MESSAGES/%N:"));
+}
+
 TEST_F(Install, LeavesTheRunningSystemAloneUnlessItIsForIt) {
   EXPECT_THAT(printed_, HasSubstr("Records need the directories /var/adm/vosk/stacks and /var/adm/vosk/dumps"));
 }
