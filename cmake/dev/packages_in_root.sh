@@ -55,7 +55,7 @@ upgrade() {
   consumer_records
 }
 
-# Whoever has a libqx_cu of his own packages it so; ours goes, and programs go on.
+# Whoever has a libqx_cu of his own packages it so; ours goes, programs go on, and new ones are built.
 replacement() {
   library=other$(dpkg -L libqx-cu1 | grep 'libqx_cu[.]so[.]1$')
   mkdir -p other/DEBIAN "$(dirname "$library")"
@@ -73,18 +73,19 @@ END
   package --build other other.deb
   echo '#include <qx_vosk.h>
   int main(void) { return vk_init_1(77) != VK_UNKNOWN_OPTION; }' >erring.c
-  # shellcheck disable=SC2046 # flags are words
-  cc erring.c $(pkg-config --cflags --libs qx_vosk) -o erring
-  package --remove libqx-vosk-dev
   package --auto-deconfigure -i other.deb
   ! dpkg-query -W -f '${db:Status-Status}' libqx-cu1 2>&1 | grep -qx installed || fail "both libqx_cu are installed"
-  [ "$(dpkg-query -W -f '${db:Status-Status}' libqx-vosk1)" = installed ] || fail "libqx-vosk1 wants our libqx_cu"
+  for name in libqx-vosk1 libqx-vosk-dev qx-vosk-tools; do
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$name")" = installed ] || fail "$name wants our libqx_cu"
+  done
   package --configure --pending
   consumer_records
+  # shellcheck disable=SC2046 # flags are words
+  cc erring.c $(pkg-config --cflags --libs qx_vosk) -o erring
   ./erring 2>shown || fail "the program that errs failed"
   grep -q '^another libqx_cu: 12, ' shown || fail "it is not the other libqx_cu that was called"
   package --force-depends --remove another-qx-cu1
-  package -i second/libqx-cu1*.deb second/libqx-vosk-dev*.deb
+  package -i second/libqx-cu1*.deb
 }
 
 purge() {
