@@ -161,6 +161,23 @@ TEST_P(Push, PrintsTheIdentifierAndRaisesNoAttention) {
   EXPECT_EQ(records().at("empty ones")["line"], 1);
 }
 
+// Dash has no LINENO.
+TEST_P(Push, RecordsByTheExamplesOfItsHelpInEveryShell) {
+  const std::string help = tool::run({"vosk", "push", "--help"}).out;
+  std::istringstream lines(help.substr(help.find("\nExamples:\n") + 11));
+  std::string script = "file=orders why=missing message=-lost; make() { echo made; }\n", line;
+  while (std::getline(lines, line) && line.starts_with("  "))
+    script += line.substr(0, line.find("    in the System Log")) + "\n";
+  const auto r = run(script);
+  EXPECT_EQ(r.status, 0) << script;
+  EXPECT_EQ(r.err, "");
+  auto all = records();
+  for (const char *text :
+       {"cannot copy orders", "the backup failed", "the build failed", "cannot read orders: missing", "-lost"})
+    EXPECT_TRUE(all.contains(text)) << text;
+  EXPECT_EQ(all["the backup failed"]["associated"], all["cannot copy orders"]["identifier"]);
+}
+
 TEST_P(Push, LeavesAnEqualsSignInAValueAsItIs) {
   const auto r =
       run("vosk push --detail=Zm9vYg== joined && vosk push --detail --source= apart &&"

@@ -49,7 +49,7 @@ constexpr char kPushHelp[] =
 constexpr char kPushExamples[] =
     "Examples:\n"
     "  id=$(PROGRAM \"cannot copy $file\")\n"
-    "  PROGRAM --cause \"$id\" --line $LINENO \"the backup failed\"\n"
+    "  PROGRAM --cause \"$id\" --line \"$LINENO\" \"the backup failed\"\n"
     "  make 2>&1 | PROGRAM --detail-file - \"the build failed\"\n"
     "  PROGRAM --format 'cannot read %s: %s' --arg \"$file\" --arg \"$why\"\n"
     "  PROGRAM --road=auto -- \"$message\"    in the System Log where there is no stack\n"
@@ -109,7 +109,7 @@ class push_verb : public verb_of<push_options> {
     add_text(app, "--detail-file", options_.detail_file, "A file to keep a copy of; - for standard input", "FILE")
         ->excludes("--detail");
     add_text(app, "--source", options_.source, "The source file; the script's name without it", "FILE");
-    add_text(app, "--line", options_.line, "Its line: $LINENO", "NUMBER");
+    add_text(app, "--line", options_.line, "Its line: \"$LINENO\"", "NUMBER");
     add_text(app, "--source-version", options_.version, "Its version", "TEXT");
     add_text(app, "--product", options_.product, "The product that it belongs to", "NAME");
     add_text(app, "--resource", options_.resource, "What reports the incident; the System Log's tag", "NAME");
