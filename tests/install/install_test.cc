@@ -357,6 +357,16 @@ TEST_F(Install, HasALineForEachDirectoryWithoutAnAgeAndOneWithAnAgeAsAComment) {
               ElementsAre("/var/adm/vosk/stacks", "/var/adm/vosk/dumps"));
 }
 
+TEST_F(Install, HasLinesThatTmpfilesMakesTheDirectoriesFrom) {
+  if (run("command -v systemd-tmpfiles").status != 0) CANNOT_RUN_HERE("systemd-tmpfiles is missing");
+  succeeds("mkdir -p root/etc && echo root:x:0:0::/root:/bin/sh >root/etc/passwd && echo root:x:0: >root/etc/group");
+  for (int time = 0; time < 2; ++time) {
+    succeeds("systemd-tmpfiles --create --root=root " + prefix_ + "/lib/tmpfiles.d/qx_vosk.conf");
+    EXPECT_EQ(run("cd root/var/adm; stat -c '%n %a %U' . vosk vosk/*").output,
+              ". 755 root\nvosk 755 root\nvosk/dumps 1777 root\nvosk/stacks 1777 root\n");
+  }
+}
+
 // The last step of an installation for the running system, which in here has a /var/adm/vosk of its own.
 TEST_F(Install, OfASystemPrefixMakesTheDirectoriesByTmpfilesWhereItIsThereAndByItselfElsewhere) {
   const std::string asked = *folder_ / "asked", tmpfiles = *folder_ / "tmpfiles";
