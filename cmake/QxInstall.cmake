@@ -31,6 +31,11 @@ install(FILES "${PROJECT_SOURCE_DIR}/cmake/install/qx_vosk.conf" DESTINATION lib
 install(FILES "${PROJECT_SOURCE_DIR}/examples/record_to_stack.c" "${PROJECT_SOURCE_DIR}/examples/record_to_log.c"
   "${PROJECT_SOURCE_DIR}/examples/refer_to_cause.c"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/qx_vosk/examples" COMPONENT development)
+# The documents for those who run or link services; docs/proof.md is about this tree.
+foreach(document IN ITEMS abi central-logs containers keeping reclamation services shell)
+  install(FILES "${PROJECT_SOURCE_DIR}/docs/${document}.md" DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/qx_vosk"
+    COMPONENT development)
+endforeach()
 install(CODE "set(QX_LOCALEDIR \"${CMAKE_INSTALL_LOCALEDIR}\")" COMPONENT runtime)
 install(SCRIPT "${PROJECT_SOURCE_DIR}/cmake/install/after_install.cmake" COMPONENT runtime)
 

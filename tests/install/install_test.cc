@@ -175,6 +175,15 @@ TEST_F(Install, PutsEverythingWhereItsUsersLook) {
     if (fs::is_directory(QX_SOURCE_DIR "/messages/" + language)) {
       EXPECT_TRUE(fs::exists(prefix_ + "/share/locale/" + language + "/LC_MESSAGES/vosk.cat")) << language;
     }
+  // The documents, with what they lead to.
+  const std::string documents = prefix_ + "/share/doc/qx_vosk/";
+  for (const std::string &name : files::list(QX_SOURCE_DIR "/docs")) {
+    if (name == "proof.md") continue;
+    const auto text = files::read(documents + name);
+    EXPECT_TRUE(text) << name;
+    for (const std::string &link : all_groups(text.value_or(""), "]\\(([^):#]+)"))
+      EXPECT_TRUE(fs::exists(documents + link)) << name << ": " << link;
+  }
   for (const std::string &page : files::list(QX_SOURCE_DIR "/man"))
     EXPECT_TRUE(fs::exists(prefix_ + "/share/man/man" + page.back() + "/" + page)) << page;
 }
