@@ -66,6 +66,13 @@ build_in "$out/build" "$out/first"
 echo "== packages: lintian"
 lintian --allow-root --fail-on error,warning "$out"/first/*.changes
 
+echo "== packages: libraries of a later soname can be installed beside these"
+for deb in "$out"/first/libqx-*[0-9]_[0-9]*_*.deb; do
+  others=$(dpkg-deb --fsys-tarfile "$deb" | tar -t |
+    grep -v -E '/$|^[.]/usr/(lib/[^/]*/lib[a-z_]*[.]so[.][0-9.]*|share/(doc|lintian)/.*)$') || continue
+  fail "${deb##*/} would meet the same files of another: $others"
+done
+
 echo "== packages: ABI"
 sh cmake/dev/abi.sh check "$(echo "$out"/build/source/obj-*/lib)"
 

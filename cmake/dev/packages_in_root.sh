@@ -113,7 +113,7 @@ long)
   ;;
 tmpfiles)
   command -v systemd-tmpfiles >/dev/null || fail "systemd-tmpfiles is missing"
-  package -i first/libqx-cu1_*.deb first/libqx-vosk1_*.deb
+  package -i first/libqx-cu1_*.deb first/libqx-vosk1_*.deb first/libqx-vosk-common_*.deb
   directories_are_right
   ! grep -q '^[^#].*[0-9][smhdw]$' /usr/lib/tmpfiles.d/qx_vosk.conf || fail "records would be removed by their age"
   ;;

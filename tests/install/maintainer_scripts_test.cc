@@ -32,7 +32,7 @@ class MaintainerScripts : public testing::Test {
   }
   // With a PATH on which there is no systemd-tmpfiles. Returns what the script prints.
   std::string script(const std::string &name, const std::string &arguments) const {
-    return succeeds("PATH=" + bin_ + " /bin/sh " QX_SOURCE_DIR "/debian/libqx-vosk1." + name + " " + arguments);
+    return succeeds("PATH=" + bin_ + " /bin/sh " QX_SOURCE_DIR "/debian/libqx-vosk-common." + name + " " + arguments);
   }
   // Of a directory or what is there in its place.
   static std::string state(const std::string &path) { return succeeds("stat -c '%F %a %U' " + path); }
