@@ -84,7 +84,8 @@ incident_flags missing_fields(const incident &in) noexcept {
   return flags;
 }
 
-enum class progress { recorded, failed, unfinished };
+// How far an attempt has come; unfinished is a stack file that another process is just creating.
+enum class progress { ready, recorded, failed, unfinished };
 
 // One push. What is made once, however often the file has to be opened: the trace, the flags and the detail copy.
 class pusher {
@@ -116,13 +117,11 @@ class pusher {
   }
 
  private:
-  progress fail(int code) noexcept {
-    code_ = code;
-    return progress::failed;
-  }
-  progress leave_and_fail(int fd, int code, int message) noexcept {
+  template <typename... Inserts>
+  [[gnu::cold]] progress leave_and_fail(int fd, int code, int message, Inserts... inserts) noexcept {
     leave_stack(fd);
-    return fail(report(code, message));
+    code_ = report(code, message, inserts...);
+    return progress::failed;
   }
 
   progress attempt(va_list args, bool may_wait) noexcept;
@@ -132,6 +131,10 @@ class pusher {
   progress write_record(int fd, bool may_wait) noexcept;
   progress write_by_whole_records(int fd, bool may_wait) noexcept;
   progress write_record(int fd, bool may_wait, stack_image *image) noexcept;
+  progress make_room(int fd, bool may_wait, stack_image *image, stack_header &header) noexcept;
+  progress put_record(int fd, stack_file::control &control) noexcept;
+  progress put_control(int fd, const stack_file::control &control) noexcept;
+  progress leave_bad_stack(int fd, int result, const char *routine) noexcept;
   void hand_out_identifier() noexcept;
   int report_lookup(int result) const noexcept;
   int trace_failed_seek(int position) const noexcept;
@@ -257,56 +260,63 @@ progress pusher::write_record(int fd, bool may_wait) noexcept {
 // Writes the record and then the header that leads to it. The file is open and locked; it is left in every case.
 // Whole records make room where there is an image.
 progress pusher::write_record(int fd, bool may_wait, stack_image *image) noexcept {
-  const reclaim_rule rule = image != nullptr ? reclaim_rule::whole : reclaim_rule::standard;
   stack_header header;
+  progress made = make_room(fd, may_wait, image, header);
+  if (made == progress::ready) made = put_record(fd, header.control);
+  if (made == progress::ready) made = put_control(fd, header.control);
+  return made;
+}
+
+progress pusher::leave_bad_stack(int fd, int result, const char *routine) noexcept {
+  if (result == VOSK_FILE_CORRUPT) return leave_and_fail(fd, kControlFailed, 41, stack_path_, routine);
+  return leave_and_fail(fd, VK_UNEXPECTED, 30, routine);
+}
+
+progress pusher::make_room(int fd, bool may_wait, stack_image *image, stack_header &header) noexcept {
+  const reclaim_rule rule = image != nullptr ? reclaim_rule::whole : reclaim_rule::standard;
   int result = vk_get_stack_ctrl_info(trace_on_, trace_path_, fd, &header, may_wait, rule, image);
   if (result == kStackUnfinished) {
     leave_stack(fd);
     return progress::unfinished;
   }
-  if (result != VOSK_SUCCESS && result != VOSK_UNSUPPORTED) {
-    leave_stack(fd);
-    return fail(result == VOSK_FILE_CORRUPT ? report(kControlFailed, 41, stack_path_, "vk_get_stack_ctrl_info")
-                                            : report(VK_UNEXPECTED, 30, "vk_get_stack_ctrl_info"));
-  }
+  if (result != VOSK_SUCCESS && result != VOSK_UNSUPPORTED)
+    return leave_bad_stack(fd, result, "vk_get_stack_ctrl_info");
   // The records of a foreign version are not ours to tell whole ones from leftovers.
   const bool by_whole_records = image != nullptr && header.version == stack_file::kVersion1;
   result = by_whole_records ? clear_whole_records(trace_on_, trace_path_, fd, &header, image, length_)
                             : vk_clear_records(trace_on_, trace_path_, fd, &header, length_);
-  if (result != VOSK_SUCCESS) {
-    leave_stack(fd);
-    return fail(result == VOSK_FILE_CORRUPT ? report(kControlFailed, 41, stack_path_, "vk_clear_records")
-                                            : report(VK_UNEXPECTED, 30, "vk_clear_records"));
-  }
-  stack_file::control &control = header.control;
-  if (lseek(fd, control.recording_position, SEEK_SET) == -1) {
-    const int err = trace_failed_seek(control.recording_position);
-    leave_stack(fd);
-    return fail(report(VK_IO_FAILED, 43, stack_path_, control.recording_position, err));
+  return result == VOSK_SUCCESS ? progress::ready : leave_bad_stack(fd, result, "vk_clear_records");
+}
+
+progress pusher::put_record(int fd, stack_file::control &control) noexcept {
+  std::int32_t &position = control.recording_position;
+  if (lseek(fd, position, SEEK_SET) == -1) {
+    const int err = trace_failed_seek(position);
+    return leave_and_fail(fd, VK_IO_FAILED, 43, stack_path_, position, err);
   }
   const std::size_t size = length_ + stack_file::kPrefixSize;
   errno = 0;
-  ssize_t written = write(fd, record_, size);
+  const ssize_t written = write(fd, record_, size);
   if (written != static_cast<ssize_t>(size)) {
     const int err = trace_failed_write(size, written, VK_IO_FAILED);
-    leave_stack(fd);
-    return fail(report(VK_IO_FAILED, 42, stack_path_, err));
+    return leave_and_fail(fd, VK_IO_FAILED, 42, stack_path_, err);
   }
-  VK_TRACE(trace_, "Incident information recorded - Size %d bytes, offset %d bytes\n", low32(size),
-           control.recording_position);
-  control.recording_position = low32(std::int64_t{control.recording_position} + static_cast<std::int64_t>(size));
+  VK_TRACE(trace_, "Incident information recorded - Size %d bytes, offset %d bytes\n", low32(size), position);
+  position = low32(std::int64_t{position} + static_cast<std::int64_t>(size));
+  return progress::ready;
+}
+
+progress pusher::put_control(int fd, const stack_file::control &control) noexcept {
   if (lseek(fd, stack_file::kControlAt, SEEK_SET) == -1) {
     // 24 is shown, although the seek was to 4; that is meant.
     const int err = trace_failed_seek(stack_file::kHeaderSize);
-    leave_stack(fd);
-    return fail(report(VK_IO_FAILED, 43, stack_path_, stack_file::kHeaderSize, err));
+    return leave_and_fail(fd, VK_IO_FAILED, 43, stack_path_, stack_file::kHeaderSize, err);
   }
   errno = 0;
-  written = write(fd, &control, sizeof control);
+  const ssize_t written = write(fd, &control, sizeof control);
   if (written != static_cast<ssize_t>(sizeof control)) {
     const int err = trace_failed_write(sizeof control, written, kControlFailed);
-    leave_stack(fd);
-    return fail(report(kControlFailed, 39, stack_path_, err));
+    return leave_and_fail(fd, kControlFailed, 39, stack_path_, err);
   }
   leave_stack(fd);
   return progress::recorded;
