@@ -307,8 +307,7 @@ TEST_P(Push, RefusesFormatsThatAreNotForStrings) {
                               "--format m m",
                               "",
                               "--format '%99999999999s' --arg 1",
-                              "--format %s%s%s%s%s%s%s%s%s%s%s%s%s%s%s%s%s $(for i in 1 2 3 4 5 6 7 8 9 a b c d e f g "
-                              "h; do echo --arg $i; done)",
+                              "--format %s%s%s%s%s%s%s%s%s%s%s%s%s%s%s%s%s $(seq --format='--arg %.0f' 17)",
                               "--cause x m",
                               "--cause \"$(printf '%042d' 9 | tr 0 ' ')\" m",
                               "--line 0 m",
