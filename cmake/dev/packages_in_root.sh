@@ -34,7 +34,7 @@ as_user() {
 }
 
 consumer_records() {
-  as_user demo >shown 2>&1 || fail "the program failed: $(cat shown)"
+  as_user /usr/local/bin/demo >shown 2>&1 || fail "the program failed: $(cat shown)"
   identifier=$(sed -n 's/^2615-000 \([./0-9A-Za-z]\{42\}\)$/\1/p' shown)
   [ -n "$identifier" ] || fail "the program shows no identifier"
   as_user vkstkrpt | grep -q 'cannot read the settings /etc/orders.conf' || fail "the record cannot be read"
