@@ -334,6 +334,15 @@ TEST_P(Push, RefusesFormatsThatAreNotForStrings) {
   EXPECT_EQ(r.out, expected + "-- no record to show\n") << r.err;
 }
 
+// An Error Stack of this process.
+std::map<std::string, std::string> own_environment() {
+  std::map<std::string, std::string> environment;
+  const std::string id = std::to_string(getpid());
+  const auto made = tool::json_lines(tool::run({"vosk", "env", "create", "--json", id}).out).at(0)["variables"];
+  for (const auto &[name, value] : made.items()) environment[name] = value;
+  return environment;
+}
+
 TEST(PushTool, TakesMessagesAsTheyAre) {
   if (const std::string missing = shells::missing(); !missing.empty()) CANNOT_RUN_HERE(missing);
   const struct {
@@ -374,10 +383,7 @@ TEST(PushTool, TakesMessagesAsTheyAre) {
         "--arg",    "g"},
        "123456789abcdefg"},
   };
-  std::map<std::string, std::string> environment;
-  const std::string id = std::to_string(getpid());
-  const auto made = tool::json_lines(tool::run({"vosk", "env", "create", "--json", id}).out).at(0)["variables"];
-  for (const auto &[name, value] : made.items()) environment[name] = value;
+  const std::map<std::string, std::string> environment = own_environment();
   for (const auto &row : rows) {
     SCOPED_TRACE(row.description);
     std::vector<std::string> command{"vosk", "push"};
@@ -388,6 +394,56 @@ TEST(PushTool, TakesMessagesAsTheyAre) {
     const tool::result shown = tool::run({"vosk", "show", "--json", pushed.out.substr(0, 42)});
     EXPECT_EQ(tool::json_lines(shown.out).back()["description"], row.description) << shown.out;
   }
+}
+
+TEST(PushTool, RefusesNumbersOutsideTheirRange) {
+  for (const char *option : {"--msg=-1/2", "--msg=1/-2", "--msg=1", "--msg=/", "--msg=1/2x", "--line=0", "--line=-1",
+                             "--line=99999999999", "--line=x"}) {
+    SCOPED_TRACE(option);
+    EXPECT_EQ(tool::run({"vosk", "push", option, "m"}).status, 2);
+  }
+}
+
+TEST(PushTool, KeepsTheFirstSixteenMiBOfDetails) {
+  constexpr std::size_t kMost = 16 << 20;
+  sandbox::Options room;
+  room.size = "64m";
+  ASSERT_EQ(sandbox::fresh(room), "");
+  for (const std::size_t size : {kMost, kMost + 1}) {
+    ASSERT_EQ(sandbox::fresh(room), "");
+    tool::options how = tool::options::with(own_environment());
+    how.input.assign(size, 'd');
+    const tool::result r = tool::run({"vosk", "push", "--detail-file", "-", "m"}, how);
+    EXPECT_EQ(r.status, 0) << r.err;
+    const auto copies = files::list(sandbox::kDumps);
+    ASSERT_EQ(copies.size(), 1u);
+    EXPECT_EQ(files::read(std::string(sandbox::kDumps) + "/" + copies[0])->size(), kMost);
+    EXPECT_EQ(r.err.find("kept to their first 16 MiB") != std::string::npos, size > kMost) << r.err;
+  }
+}
+
+TEST(PushTool, RecordsWithoutDetailsThatCannotBeRead) {
+  files::TemporaryDirectory dir;
+  ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0), 0);
+  tool::options how = tool::options::with(own_environment());
+  how.powerless = true;
+  for (const std::string &name : {dir / "fifo", dir.path()}) {
+    SCOPED_TRACE(name);
+    const tool::result r = tool::run({"vosk", "push", "--detail-file", name, "m"}, how);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_THAT(r.err, HasSubstr("recorded (32)"));
+  }
+  const shells::result closed = shells::run("dash", std::string(kBegin) + "vosk push m --detail-file - <&-");
+  EXPECT_EQ(closed.status, 0);
+  EXPECT_THAT(closed.err, AllOf(HasSubstr("cannot read the details"), HasSubstr("recorded (32)")));
+}
+
+TEST(PushTool, NamesTheScriptOfAnyInterpreter) {
+  const auto r = shells::run("dash", std::string(kBegin) +
+                                         "printf '#!/usr/bin/awk -f\nBEGIN { system(\"vosk push interpreted\") }\n' "
+                                         ">\"$D/tool.awk\"\nchmod +x \"$D/tool.awk\"\n\"$D/tool.awk\"");
+  EXPECT_THAT(r.out, MatchesRegex(kIdentifier)) << r.err;
+  EXPECT_EQ(records().at("interpreted")["source"], "tool.awk");
 }
 
 // What the shell says of the processes has been tried above; here the parent is this test.

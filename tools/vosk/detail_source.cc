@@ -38,15 +38,16 @@ void write_whole(int fd, std::string_view text) {
 // Copies until the end; false if there is more than is kept.
 bool copy_stream(int from, int to) {
   std::vector<char> buffer(65536);
-  for (std::size_t size = 0; size < kLargest;) {
-    const ssize_t n = read(from, buffer.data(), std::min(buffer.size(), kLargest - size));
+  for (std::size_t room = kLargest;;) {
+    const ssize_t n = read(from, buffer.data(), buffer.size());
     if (n == 0) return true;
     if (n < 0 && errno != EINTR) fail("cannot read the details");
     if (n <= 0) continue;
-    write_whole(to, {buffer.data(), static_cast<std::size_t>(n)});
-    size += static_cast<std::size_t>(n);
+    const auto size = static_cast<std::size_t>(n);
+    write_whole(to, {buffer.data(), std::min(size, room)});
+    if (size > room) return false;
+    room -= size;
   }
-  return false;
 }
 
 // A pipe or a device: neither can be copied by its name, and some have no end.
