@@ -239,6 +239,36 @@ TEST(Collect, KeepsLongNamesAndSaysWhatIsGone) {
   EXPECT_THAT(tool::run({"vosk", "detail", r.eid, "--dir", dir / "b"}).out, testing::EndsWith("\nthe copy"));
 }
 
+TEST(Collect, TellsInJsonWhatItHoldsAndWhatIsGone) {
+  const incident made;
+  ASSERT_EQ(unlink(made.copy.c_str()), 0);
+  const tool::result r = made.collect({"--json", made.cause, "-o", made.dir / "a"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  std::vector<std::string> told;
+  for (const json &line : tool::json_lines(r.out)) {
+    if (line["type"] != "collected") continue;
+    told.push_back(line["member"]);
+    EXPECT_GT(line["size"], 0);
+    EXPECT_EQ(std::string(line["sha256"]).size(), 64u);
+  }
+  told.push_back("manifest.json");  // which is about them
+  EXPECT_EQ(told, members(made.dir / "a"));
+  const json gone = tool::json_lines(r.out).back();
+  EXPECT_EQ(gone["type"], "not_collected");
+  EXPECT_EQ(gone["file"], made.copy);
+  EXPECT_EQ(gone["reason"], "No such file or directory");
+}
+
+TEST(Collect, SaysWhichStackItMayNotRead) {
+  const incident made;
+  ASSERT_EQ(chmod(made.cause_stack.c_str(), 0), 0);
+  const tool::result r =
+      tool::run({"vosk", "collect", "--all", "--log", "none", "-o", made.dir / "a"}, tool::options::without_power());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("cannot read " + made.cause_stack + ": "));
+  EXPECT_TRUE(files::exists(made.dir / "a")) << "with all the rest";
+}
+
 TEST(Collect, LeavesNothingBehindWhenItFails) {
   const incident made;
   ASSERT_TRUE(files::write(made.dir / "there", "precious"));

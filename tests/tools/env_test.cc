@@ -244,6 +244,21 @@ TEST(EnvTool, NeedsAShellAboveItWhereNoProcessIsNamed) {
   EXPECT_THAT(r.err, HasSubstr("no shell"));
 }
 
+// One program that is many: what it is called is what it is.
+TEST(EnvTool, KnowsAShellAmongTheAppletsOfOneProgram) {
+  const struct {
+    const char *name;
+    int status;
+  } rows[] = {{"sh", 0}, {"-ash", 0}, {"/bin/sh", 0}, {"vi", 2}, {"", 2}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto r =
+        shells::run("bash", std::string("cp /bin/dash \"$D/busybox\"\nexec -a '") + row.name +
+                                "' \"$D/busybox\" -c '" QX_BINARY_DIR "/bin/vosk env create >/dev/null; exit $?'");
+    EXPECT_EQ(r.status, row.status) << r.err;
+  }
+}
+
 TEST(EnvTool, PrintsTheExportsAndNothingElse) {
   const std::string id = std::to_string(getpid());
   const tool::result r = tool::run({"vosk", "env", "create", "--name", "it's", id});

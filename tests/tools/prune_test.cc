@@ -355,6 +355,30 @@ TEST(Prune, OnlyTellsInADryRun) {
   EXPECT_EQ(removed(prune({"--older-than", "30d"})).size(), 2u);
 }
 
+TEST(Prune, KeepsTheCopiesWhileAStackCannotBeRead) {
+  make_stack(stack_of("secret"), 31 * kDay);
+  make_copy("cited_perhaps", 31 * kDay);
+  ASSERT_EQ(chmod(stack_of("secret").c_str(), 0), 0);
+  const tool::result r = tool::run({"vosk", "prune", "--json", "--older-than", "30d"}, tool::options::without_power());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(fate(tool::json_lines(r.out), stack_of("secret")), "failed");
+  EXPECT_EQ(fate(tool::json_lines(r.out), copy_of("cited_perhaps")), "not_told");
+  EXPECT_TRUE(files::exists(stack_of("secret")));
+  EXPECT_TRUE(files::exists(copy_of("cited_perhaps")));
+}
+
+TEST(Prune, TellsOfAFileThatItMayNotRemove) {
+  make_stack(stack_of("old"), 31 * kDay);
+  make_copy("old", 31 * kDay);
+  for (const std::string &directory : {kStacks, kDumps}) ASSERT_EQ(chmod(directory.c_str(), 0555), 0);
+  const tool::result r = tool::run({"vosk", "prune", "--json", "--older-than", "30d"}, tool::options::without_power());
+  EXPECT_EQ(r.status, 1);
+  for (const std::string &path : {stack_of("old"), copy_of("old")}) {
+    EXPECT_EQ(fate(tool::json_lines(r.out), path), "failed");
+    EXPECT_TRUE(files::exists(path));
+  }
+}
+
 TEST(Prune, HasAnExitStatusForEveryOutcome) {
   struct {
     std::vector<std::string> options;
@@ -366,6 +390,10 @@ TEST(Prune, HasAnExitStatusForEveryOutcome) {
       {{"--older-than", "soon"}, 2},
       {{"--older-than", ""}, 2},
       {{"--older-than", "-1d"}, 2},
+      {{"--older-than", "1d", "--max-total", "1KiB"}, 0},
+      {{"--older-than", "1d", "--max-total", "1B"}, 0},
+      {{"--older-than", "1d", "--max-total", "1KX"}, 2},
+      {{"--older-than", "1d", "--max-total", "K"}, 2},
       {{"--older-than", "1d", "--max-total", "1X"}, 2},
       {{"--older-than", "1d", "--max-total", "99999999T"}, 2},
       {{"--older-than", "1d", "stack"}, 2},

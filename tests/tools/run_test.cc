@@ -286,6 +286,34 @@ TEST(Run, NeverChangesTheStatusForARecordThatFails) {
   }
 }
 
+TEST(Run, SaysWhereTheIdentifierCannotBeKept) {
+  const tool::result r = script().run(kWithStack + "vosk run --id-file /dev/full -- false");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(r.err, HasSubstr("vosk: cannot write the identifier: No space left on device\n"));
+  EXPECT_EQ(scripts::records().size(), 1u);
+}
+
+TEST(Run, SaysThatARecordHasNoIdentifier) {
+  const tool::result r = script().run(kWithStack + "VOSKADDR=short vosk run --id-file id -- false; test ! -s id");
+  EXPECT_EQ(r.status, 0) << "the file stays empty";
+  EXPECT_THAT(r.err, HasSubstr("vosk: false: exit status 1; recorded as (no identifier)\n"));
+  EXPECT_EQ(scripts::records().size(), 1u);
+}
+
+TEST(Run, RecordsInADirectoryThatIsGone) {
+  const tool::result r = script().run(kWithStack + "mkdir d; cd d; rmdir ../d; vosk run -- false");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_THAT(std::string(scripts::records().at(0)["detail"]), HasSubstr("\ndirectory: ?\n"));
+}
+
+TEST(Run, CutsAnEndlessNameBetweenCharacters) {
+  std::string name = "./x";
+  for (int i = 0; i < 60; ++i) name += "\xc3\xa4";
+  const tool::result r = script().run("vosk run -- " + name);
+  EXPECT_EQ(r.status, 127);
+  EXPECT_THAT(r.err, StartsWith("vosk: " + name.substr(0, 77) + "...: cannot be started: No such file"));
+}
+
 TEST(Run, PrintsJsonLinesAboutAFailure) {
   const tool::result r =
       script().run(kWithStack + "vosk run --json -- sh -c 'kill -TERM $$'; vosk run --json -- ./none; :");

@@ -161,28 +161,9 @@ std::string output::safe_lines(std::string_view text) const {
 }
 
 std::string output::painted(style what, std::string_view text) const {
-  const char *code = nullptr;
-  switch (what) {
-    case style::plain:
-      break;
-    case style::time:
-      code = "2";
-      break;
-    case style::process:
-      code = "1";
-      break;
-    case style::identifier:
-      code = "33";
-      break;
-    case style::note:
-      code = "36";
-      break;
-    case style::damage:
-      code = "31";
-      break;
-  }
-  if (!colour_ || code == nullptr || text.empty()) return std::string(text);
-  return std::string("\x1b[") + code + "m" + std::string(text) + "\x1b[0m";
+  static constexpr const char *kCodes[] = {"2", "1", "33", "36", "31"};  // in the order of the styles
+  if (!colour_ || text.empty()) return std::string(text);
+  return std::string("\x1b[") + kCodes[static_cast<std::size_t>(what)] + "m" + std::string(text) + "\x1b[0m";
 }
 
 void set_program_name(const std::string &name) {

@@ -11,7 +11,7 @@
 
 namespace vosk {
 
-enum class style { plain, time, process, identifier, note, damage };
+enum class style { time, process, identifier, note, damage };
 
 class output {
  public:
