@@ -22,10 +22,10 @@ esac
 report=build-coverage/report
 mkdir -p "$report"
 # The product's objects, and those that tests compile of its sources. Branches that only an exception takes say nothing
-# about the tests.
+# about the tests, nor do those of the cleaning up after it.
 find build-coverage/tests -type d -path '*/__/__' -print0 |
   xargs -0 gcovr --root . --filter 'lib/' --filter 'utils/' --filter 'messages/' --filter 'libqx_cu/' --filter 'tools/' \
-    --exclude-throw-branches --exclude-unreachable-branches -j "$jobs" \
+    --gcov-executable "sh '$PWD/cmake/dev/gcov.sh'" --exclude-throw-branches --exclude-unreachable-branches -j "$jobs" \
     --xml-pretty --xml "$report/report.xml" --html-details "$report/index.html" \
     build-coverage/lib build-coverage/libqx_cu build-coverage/messages build-coverage/tools
 awk -f cmake/dev/coverage.awk tests/coverage/unreachable "$report/report.xml" || status=$?

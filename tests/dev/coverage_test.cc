@@ -89,4 +89,21 @@ TEST_F(Coverage, FailsForAnExcuseThatIsNotNeeded) {
   }
 }
 
+TEST(Gcov, LeavesOutWhatARunLineNeverGotTo) {
+  const files::TemporaryDirectory dir;
+  const std::string kept =
+      "        3:    2:  if (a && b) c();\nbranch  0 taken 0\nbranch  1 taken 3 (fallthrough)\n"
+      "    #####:    3:  if (d) e();\nbranch  0 never executed\nbranch  1 never executed\n"
+      "        1*:   4:  if (f) g();\nbranch  0 taken 1\n";
+  std::string whole = kept;
+  whole.insert(whole.find("    #####"), "branch  2 never executed\nbranch  3 never executed (throw)\n");
+  whole += "branch  1 never executed\n";
+  EXPECT_TRUE(files::write(dir / "counted", whole));
+  EXPECT_TRUE(files::write(dir / "gcov", "#!/bin/sh\ncp counted a.cc.gcov\necho \"Creating 'a.cc.gcov'\"\n"));
+  const shell_result result =
+      run_shell(dir.path(), "chmod +x gcov && PATH=.:$PATH sh " QX_SOURCE_DIR "/cmake/dev/gcov.sh -b");
+  EXPECT_EQ(result.output, "Creating 'a.cc.gcov'\n");
+  EXPECT_EQ(files::read(dir / "a.cc.gcov"), kept);
+}
+
 }  // namespace
