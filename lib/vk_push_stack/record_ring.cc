@@ -63,24 +63,23 @@ bool record_ring::follow_links() noexcept {
 // there lie behind the recording position. Whatever else lies beside linked records is what a killed push was clearing
 // or writing.
 bool record_ring::may_hide_older_records() const noexcept {
-  return wrapped_ && earliest_ == stack_file::kHeaderSize && position_ > earliest_ &&
-         !all_zero(bytes_ + position_, bytes_ + limit_);
+  return wrapped_ && earliest_ == stack_file::kHeaderSize && !all_zero(bytes_ + position_, bytes_ + limit_);
 }
 
 // Whether an intact record starts inside one that is not: then the length of that one is wrong.
 bool record_ring::covers_another(std::size_t at, std::size_t size) const noexcept {
-  for (std::size_t inside = at + 1; inside < at + size; ++inside)
+  for (std::size_t inside = at; ++inside < at + size;)
     if (check(inside, limit_).intact) return true;
   return false;
 }
 
 // After the standard rule neither the earliest offset nor the lengths lead from record to record: every offset is
-// tried. What the header does lead to comes first, so that nothing in front of it is taken for a record that covers it.
+// tried. What the header does lead to comes first, so that nothing in front of it is taken for a record that covers it;
+// here it is one run of records.
 void record_ring::search() noexcept {
   extent linked[kMostRecords];
-  extent *next = linked;
-  extent *const last = std::copy(records_, records_ + count_, linked);
-  std::sort(linked, last, [](const extent &a, const extent &b) { return a.begin < b.begin; });
+  const extent *next = linked;
+  const extent *const last = std::copy(records_, records_ + count_, linked);
   count_ = 0;
   for (std::size_t at = stack_file::kHeaderSize; at < limit_ && count_ < kMostRecords;) {
     const std::size_t limit = next != last ? next->begin : limit_;
@@ -98,8 +97,8 @@ void record_ring::search() noexcept {
     at += found.size;
   }
   // A position inside a record is one in front of its end; the record stays.
-  for (std::size_t i = 0; i < count_; ++i)
-    if (records_[i].begin < position_ && position_ < records_[i].end) position_ = records_[i].end;
+  for (const extent &record : *this)
+    if (record.begin < position_) position_ = std::max(position_, record.end);
   extent *const records_end = records_ + count_;
   std::rotate(records_, std::find_if(records_, records_end, [this](const extent &r) { return r.begin >= position_; }),
               records_end);
