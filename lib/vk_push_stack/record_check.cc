@@ -104,7 +104,7 @@ void take_description(body_reader &body) noexcept {
 checked_record check_record(std::span<const unsigned char> bytes) noexcept {
   constexpr checked_record kNoRecord = {0, false};
   std::uint32_t prefix[2];
-  if (bytes.size() < sizeof prefix) return kNoRecord;
+  if (bytes.size() < sizeof prefix + kBodyMin) return kNoRecord;
   std::memcpy(prefix, bytes.data(), sizeof prefix);
   const std::size_t length = prefix[0];
   if (length < kBodyMin || length > kBodyMax || prefix[1] != 0 || length > bytes.size() - sizeof prefix)

@@ -5,6 +5,7 @@
 
 #include <functional>
 
+#include "support/edge_buffer.h"
 #include "support/stack_model.h"
 #include "whole/stack_reading.h"
 
@@ -91,6 +92,20 @@ TEST(RecordCheck, AcceptsRecordsInWhichAnyFieldHadNoRoom) {
   }
   EXPECT_GT(cut, 100u);
   EXPECT_GT(below_the_end, 20u);
+}
+
+// Cut records are as long as they are because a field had no room; shorter ones have room for any field.
+TEST(RecordCheck, TakesABodyWithoutItsLastFieldsForCutOnlyFromTheLastEightBytesOn) {
+  for (const std::size_t body : {1007, 1008, 1009, 1016}) {
+    SCOPED_TRACE(body);
+    stack_model::Push full = push();
+    full.detail = std::string(2000, 'd');
+    std::string record = stack_model::build(full).bytes.substr(0, kPrefix + body);
+    put_number(record, 0, static_cast<std::uint32_t>(body));
+    record.back() = 'd';
+    EXPECT_EQ(look(record).size, record.size());
+    EXPECT_EQ(look(record).intact, body > 1008);
+  }
 }
 
 using Damage = std::function<void(std::string &)>;
@@ -190,14 +205,20 @@ TEST(RecordCheck, RefusesALeftoverByteInFrontOfClearedSpace) {
 }
 
 TEST(RecordCheck, ReadsNothingBehindTheBytesThatItIsGiven) {
+  const auto look_in_front_of_an_edge = [](const std::string &bytes) {
+    EdgeBuffer exact(bytes);
+    return vk::check_record({reinterpret_cast<const unsigned char *>(exact.chars()), exact.size()});
+  };
   const std::string record = stack_model::build(push()).bytes;
-  for (std::size_t size = 0; size < record.size(); ++size) ASSERT_EQ(look(record.substr(0, size)).size, 0u) << size;
+  for (std::size_t size = 0; size < record.size(); ++size)
+    ASSERT_EQ(look_in_front_of_an_edge(record.substr(0, size)).size, 0u) << size;
   // Bodies that end anywhere, with a length that says so.
   for (std::size_t size = 8; size < record.size(); ++size) {
     std::string cut = record.substr(0, size);
     put_number(cut, 0, static_cast<std::uint32_t>(size - 8));
-    ASSERT_EQ(look(cut).size, size < 140 ? 0u : size) << size;
-    ASSERT_FALSE(look(cut).intact) << size;
+    const vk::checked_record found = look_in_front_of_an_edge(cut);
+    ASSERT_EQ(found.size, size < 140 ? 0u : size) << size;
+    ASSERT_FALSE(found.intact) << size;
   }
 }
 
