@@ -49,7 +49,6 @@ int raise(const attention &row, const incident &in) noexcept {
 }  // namespace
 
 int raise_attentions(const incident &in, const incident_flags &flags) noexcept {
-  if (flags.none()) return cu_set_no_error_1();
   const unsigned long set = flags.to_ulong();
   bool raised = false;
   int result = VK_SUCCESS;

@@ -19,22 +19,21 @@ constexpr open_result refused(int code) noexcept {
   return {-1, code};
 }
 
-// The descriptor, or -1 when the failure is reported in `code`.
-int open_file(const tracer &trace, const char *path, int &code) noexcept {
+open_result open_file(const tracer &trace, const char *path) noexcept {
   const int fd = open(path, O_RDWR);
-  if (fd != -1) return fd;
+  if (fd != -1) return {fd, 0};
   const int err = errno;
   VK_TRACE(trace, "Failed to open file %s with perms 0x%x - error code %d\nReturning %s(%d) to caller\n", path,
            unsigned{O_RDWR}, err, vk_name(VK_STACK_ACCESS), VK_STACK_ACCESS);
-  code = report(VK_STACK_ACCESS, 38, path, err);
-  return -1;
+  return refused(report(VK_STACK_ACCESS, 38, path, err));
 }
 
-bool lock(const tracer &trace, const char *path, int fd, int &err) noexcept {
-  if (lockf(fd, F_LOCK, 0) == 0) return true;
-  err = errno;
+// Returns 0, or why it cannot be locked.
+int lock(const tracer &trace, const char *path, int fd) noexcept {
+  if (lockf(fd, F_LOCK, 0) == 0) return 0;
+  const int err = errno;
   VK_TRACE(trace, "Failure to lock file %s - error code %d\n", path, err);
-  return false;
+  return err;
 }
 
 int report_reservation(int result, const char *path) noexcept {
@@ -76,11 +75,11 @@ bool write_header(const tracer &trace, int fd, const stack_file::control &contro
 }  // namespace
 
 open_result open_stack(const tracer &trace, const char *path) noexcept {
-  int code = 0, err = 0;
-  const int fd = open_file(trace, path, code);
-  if (fd == -1) return refused(code);
-  if (lock(trace, path, fd, err)) return {fd, 0};
-  (void)close(fd);
+  const open_result opened = open_file(trace, path);
+  if (opened.fd == -1) return opened;
+  const int err = lock(trace, path, opened.fd);
+  if (err == 0) return opened;
+  (void)close(opened.fd);
   return refused(report(kLockFailed, 40, path, err));
 }
 
@@ -97,23 +96,23 @@ open_result create_stack(int trace_on, const char *trace_path, const tracer &tra
                                        static_cast<std::int32_t>(size),
                                        0,
                                        {}};
-  int code = 0, err = 0;
-  const int fd = open_file(trace, path, code);
-  if (fd == -1) return refused(code);
-  if (!lock(trace, path, fd, err)) {
-    (void)close(fd);
+  const open_result opened = open_file(trace, path);
+  if (opened.fd == -1) return opened;
+  if (lock(trace, path, opened.fd) != 0) {
+    (void)close(opened.fd);
     // Another message than for an existing file, on purpose.
     return refused(report(kLockFailed, 37, path));
   }
-  if (write_header(trace, fd, control, err)) return {fd, 0};
-  leave_stack(fd);
+  int err = 0;
+  if (write_header(trace, opened.fd, control, err)) return opened;
+  leave_stack(opened.fd);
   return refused(report(VK_IO_FAILED, 39, path, err));
 }
 
 bool lock_again(const tracer &trace, const char *path, int fd, int &code) noexcept {
-  int err = 0;
   (void)lseek(fd, 0, SEEK_SET);  // the lock counts from here
-  if (lock(trace, path, fd, err)) return true;
+  const int err = lock(trace, path, fd);
+  if (err == 0) return true;
   (void)close(fd);
   code = report(kLockFailed, 40, path, err);
   return false;
