@@ -130,9 +130,8 @@ static void read_length(const char *&at, char (&length)[3]) noexcept {
   if ((length[0] == 'h' || length[0] == 'l') && *at == length[0]) length[1] = *at++;
 }
 
-// Takes "n$" if it is there: false if its number is no position.
+// Takes "n$" if it is there, which changes `position`: false if its number is no position.
 bool conversion_scanner::position_prefix(int &position) noexcept {
-  position = 0;
   const char *at = at_;
   if (!is_digit(*at)) return true;
   const int number = read_number(at);
