@@ -81,10 +81,10 @@ ssize_t read_control(int fd, control &c, stack_image *image) noexcept {
   const ssize_t first = read(fd, image->bytes + end, sizeof image->bytes - end);
   std::memcpy(&c, image->bytes + end, sizeof c);
   // A short read would hide records; a sound file ends no earlier than it says.
-  const auto expected = static_cast<std::size_t>(std::clamp(c.file_size, 0, stack_file::kLargest));
+  const std::int32_t expected = std::min(c.file_size, stack_file::kLargest);
   for (ssize_t count = first; count > 0; count = read(fd, image->bytes + end, sizeof image->bytes - end)) {
     end += static_cast<std::size_t>(count);
-    if (end >= expected) break;
+    if (low32(end) >= expected) break;
   }
   image->end = end;
   return first;

@@ -176,6 +176,8 @@ TEST_F(CreationRace, EndsWithAnOwnFileWhereTheOtherOneIsGone) {
   Golden record = golden();
   record.identifier = identifier();
   EXPECT_EQ(files::difference(stack_with(record.bytes()), stack()), "");
+  for (const std::string &call : calls.log_of({"read", "close"}))
+    EXPECT_EQ(call.find("(-1"), std::string::npos) << call;
 }
 
 TEST_F(CreationRace, EndsWithWhatTheLookupSaysMeanwhile) {

@@ -271,6 +271,82 @@ TEST_F(ControlInformation, IsTracedForOneOnly) {
   EXPECT_THAT(trace_.take(), IsEmpty());
 }
 
+// The standard rule lets a record run up to 4 bytes past the file size.
+TEST_F(ControlInformation, UnderWholeRecordsHasItsPositionInTheFileOrFourBytesBehind) {
+  const struct {
+    std::int32_t position, size;
+    int result;
+  } rows[] = {{24, 8192, 0},     {8192, 8192, 0},     {8196, 8192, 0},       {8197, 8192, -26}, {9000, 8192, -26},
+              {16388, 16384, 0}, {16389, 16384, -26}, {INT_MAX, 16384, -26}, {23, 16384, -26}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.position);
+    open_file(header(0, 24, row.position, 24, row.size, 1));
+    EXPECT_EQ(vk::vk_get_stack_ctrl_info(1, trace_.path(), fd_, &header_, false, reclaim_rule::whole), row.result);
+    const std::string number = std::to_string(row.position);
+    EXPECT_THAT(trace_.take(), row.result == 0 ? entry(fine(("Init offset: 24 bytes, Recording position: " + number +
+                                                             " bytes\n" + "Earliest rec offset: 24 bytes, File size: " +
+                                                             std::to_string(row.size) + " bytes, Wrapped: 1")
+                                                                .c_str()))
+                                               : entry(range("Current recording position " + number)));
+  }
+}
+
+// The read of the control information goes on behind it, and again where it brought less than the file is to hold.
+TEST_F(ControlInformation, ComesWithTheWholeFileWhereThatIsAskedFor) {
+  struct ImageRow {
+    const char *what;
+    std::int32_t size;         // as the header says
+    std::size_t length;        // of the file
+    std::size_t end;           // of what is seen of it
+    long long first;           // what the first read brings at most
+    std::vector<int> returns;  // of the reads behind the version
+  };
+  const ImageRow rows[] = {
+      {"as long as it says", 8192, 8192, 8192, 20000, {8188}},
+      {"the largest", 16384, 16384, 16384, 20000, {16380}},
+      {"a record of the standard rule runs past the size", 8192, 8196, 8196, 20000, {8192}},
+      {"much longer", 8192, 20000, 16388, 20000, {16384}},
+      {"a short read", 8192, 8192, 8192, 1000, {1000, 7188}},
+      {"a read that ends in front of the last byte", 8192, 8192, 8192, 8187, {8187, 1}},
+      {"a short read of a longer file", 8192, 20000, 16388, 1000, {1000, 15384}},
+      {"a read of all that it says", 8192, 20000, 8192, 8188, {8188}},
+      {"a file that was cut", 8192, 8191, 8191, 20000, {8187, 0}},
+      {"a file of a header", 8192, 24, 24, 20000, {20, 0}},
+      {"a short read of what is too large", 16385, 16384, 16384, 1000, {1000, 15380}},
+      {"all that there can be", 16385, 16384, 16384, 20000, {16380}},
+      {"a size below zero", -1, 8192, 1004, 1000, {1000}},
+  };
+  for (const ImageRow &row : rows) {
+    SCOPED_TRACE(row.what);
+    std::string bytes = header(0, 24, 24, 24, row.size, 0);
+    while (bytes.size() < row.length) bytes += static_cast<char>('a' + bytes.size() % 23);
+    open_file(bytes);
+    struct {
+      vk::stack_image image;
+      char behind[8192];
+    } memory;
+    std::memset(&memory, 0x5a, sizeof memory);
+    platform::Calls calls;
+    calls.short_nth("read", 2, row.first);
+    calls.during([&] {
+      return vk::vk_get_stack_ctrl_info(0, nullptr, fd_, &header_, false, reclaim_rule::whole, &memory.image);
+    });
+    std::vector<std::string> reads = {call("read", "4) = 4")};
+    std::size_t at = 4;
+    for (const int count : row.returns) {
+      reads.push_back(call("read", std::to_string(16388 - at) + ") = " + std::to_string(count)));
+      at += static_cast<std::size_t>(count);
+    }
+    EXPECT_EQ(calls.log_of({"read"}), reads);
+    EXPECT_EQ(memory.image.end, row.end);
+    const std::string seen(reinterpret_cast<const char *>(memory.image.bytes), sizeof memory.image.bytes);
+    EXPECT_EQ(files::difference(bytes.substr(4, row.end - 4), seen.substr(4, row.end - 4)), "");
+    EXPECT_EQ(seen.find_first_not_of('\0', row.end), std::string::npos) << "what lies behind the end is zero";
+    EXPECT_EQ(std::string(memory.behind, sizeof memory.behind), std::string(sizeof memory.behind, '\x5a'));
+    EXPECT_EQ(files::difference(bytes.substr(4, 20), bytes_read().substr(4)), "");
+  }
+}
+
 // While its creator is still at work a file is empty, or begins with the reservation's text line.
 TEST_F(ControlInformation, OfAnUnfinishedFileIsWaitedForWithoutATraceWhereThatIsAllowed) {
   const std::string line = "VKTFO=36    VKTFW=0     VKTFS=16384\n";
