@@ -55,7 +55,7 @@ constexpr std::int32_t highest_position(const control &c, reclaim_rule rule) noe
            value, stack_file::kSmallest, stack_file::kLargest, vosk_name(VOSK_FILE_CORRUPT), VOSK_FILE_CORRUPT)
 
 // Positions are checked against fixed bounds only, never against the file size or each other.
-int check(const tracer &trace, const control &c, reclaim_rule rule) noexcept {
+bool is_sound(const tracer &trace, const control &c, reclaim_rule rule) noexcept {
   if (outside(c.file_size, stack_file::kSmallest)) {
     VK_OUT_OF_RANGE(trace, "File size", c.file_size);
   } else if (outside(c.recording_position, stack_file::kHeaderSize, highest_position(c, rule))) {
@@ -69,9 +69,9 @@ int check(const tracer &trace, const control &c, reclaim_rule rule) noexcept {
              "File wrap indicator 0x%x is not one of 0x%x or 0x%x\nAssuming file is corrupted\nReturning %s(%d)\n",
              unsigned{c.wrapped}, 1u, 0u, vosk_name(VOSK_FILE_CORRUPT), VOSK_FILE_CORRUPT);
   } else {
-    return VOSK_SUCCESS;
+    return true;
   }
-  return VOSK_FILE_CORRUPT;
+  return false;
 }
 
 ssize_t read_control(int fd, control &c, stack_image *image) noexcept {
@@ -124,7 +124,7 @@ int vk_get_stack_ctrl_info(int trace_on, const char *trace_path, int fd, stack_h
              version, vosk_name(VOSK_FILE_CORRUPT), VOSK_FILE_CORRUPT);
     return VOSK_FILE_CORRUPT;
   }
-  if (check(trace, c, rule) != VOSK_SUCCESS) return VOSK_FILE_CORRUPT;
+  if (!is_sound(trace, c, rule)) return VOSK_FILE_CORRUPT;
   VK_TRACE(trace,
            "Stack file version: VOSK_STACK_VERSION_1 (0x%x)\nInit offset: %d bytes, Recording position: %d bytes\n"
            "Earliest rec offset: %d bytes, File size: %d bytes, Wrapped: %d\nReturning %s(%d)\n",
