@@ -29,25 +29,23 @@ class body_reader {
   const unsigned char *skip(std::size_t size) noexcept {
     if (size > body_.size() - at_) {
       complete_ = false;
-      at_ = body_.size();
       return nullptr;
     }
     const unsigned char *field = body_.data() + at_;
     at_ += size;
     return field;
   }
-  // Returns the text's length.
+  // Returns the text's length; nobody looks at what is read once a field was missing.
   std::size_t text() noexcept {
-    const std::size_t from = at_;
     const unsigned char *start = body_.data() + at_;
-    const void *end = at_ < body_.size() ? std::memchr(start, 0, body_.size() - at_) : nullptr;
+    const void *end = std::memchr(start, 0, body_.size() - at_);
     if (end == nullptr) {
       complete_ = false;
-      at_ = body_.size();
-    } else {
-      at_ += static_cast<std::size_t>(static_cast<const unsigned char *>(end) - start) + 1;
+      return 0;
     }
-    return at_ - from - (complete_ ? 1 : 0);
+    const auto length = static_cast<std::size_t>(static_cast<const unsigned char *>(end) - start);
+    at_ += length + 1;
+    return length;
   }
   // A text that has a substitute is never empty, unless it was cut away.
   void name() noexcept {
@@ -71,8 +69,8 @@ identity identity_of(const unsigned char *eid, std::uint32_t seconds) noexcept {
   if (std::memcmp(eid, kNone, sizeof kNone) == 0) return seconds == 0 ? identity::none : identity::contradiction;
   if (eid[0] != kStackHeaderDigit || eid[kEidDigits] != '\0') return identity::contradiction;
   if (std::memchr(eid, 0, kEidDigits) != nullptr) return identity::contradiction;
-  char digits[kSecondsDigits + 1] = {};
-  std::memcpy(digits, eid + kTimeAt, kSecondsDigits);
+  // The digits behind the seconds have higher bits.
+  const auto *const digits = reinterpret_cast<const char *>(eid + kTimeAt);
   return static_cast<std::uint32_t>(vk_a64l(digits)) == seconds ? identity::agreeing : identity::contradiction;
 }
 

@@ -51,6 +51,8 @@ TEST(RecordCheck, AcceptsWhatPushesWrite) {
       {"an associated identifier of any bytes",
        [](auto &p) { p.associated = std::string("\x81\0\0\0\0\0\0\0\0\0\0\0\x37", 13) + std::string(30, '\xff'); }},
       {"no identifier", [](auto &p) { p.identifier = "", p.seconds = 0; }},
+      {"no identifier but an associated one",
+       [](auto &p) { p.identifier = "", p.seconds = 0, p.associated = kEid.substr(0, 40) + "zzz"; }},
       {"any address", [](auto &p) { p.identifier = kEid.substr(0, 17) + std::string(25, '\xee'); }},
       {"arguments",
        [](auto &p) {
