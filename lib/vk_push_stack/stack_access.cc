@@ -28,12 +28,11 @@ open_result open_file(const tracer &trace, const char *path) noexcept {
   return refused(report(VK_STACK_ACCESS, 38, path, err));
 }
 
-// Returns 0, or why it cannot be locked.
-int lock(const tracer &trace, const char *path, int fd) noexcept {
-  if (lockf(fd, F_LOCK, 0) == 0) return 0;
-  const int err = errno;
+bool lock(const tracer &trace, const char *path, int fd, int &err) noexcept {
+  if (lockf(fd, F_LOCK, 0) == 0) return true;
+  err = errno;
   VK_TRACE(trace, "Failure to lock file %s - error code %d\n", path, err);
-  return err;
+  return false;
 }
 
 int report_reservation(int result, const char *path) noexcept {
@@ -77,8 +76,8 @@ bool write_header(const tracer &trace, int fd, const stack_file::control &contro
 open_result open_stack(const tracer &trace, const char *path) noexcept {
   const open_result opened = open_file(trace, path);
   if (opened.fd == -1) return opened;
-  const int err = lock(trace, path, opened.fd);
-  if (err == 0) return opened;
+  int err = 0;
+  if (lock(trace, path, opened.fd, err)) return opened;
   (void)close(opened.fd);
   return refused(report(kLockFailed, 40, path, err));
 }
@@ -98,12 +97,12 @@ open_result create_stack(int trace_on, const char *trace_path, const tracer &tra
                                        {}};
   const open_result opened = open_file(trace, path);
   if (opened.fd == -1) return opened;
-  if (lock(trace, path, opened.fd) != 0) {
+  int err = 0;
+  if (!lock(trace, path, opened.fd, err)) {
     (void)close(opened.fd);
     // Another message than for an existing file, on purpose.
     return refused(report(kLockFailed, 37, path));
   }
-  int err = 0;
   if (write_header(trace, opened.fd, control, err)) return opened;
   leave_stack(opened.fd);
   return refused(report(VK_IO_FAILED, 39, path, err));
@@ -111,8 +110,8 @@ open_result create_stack(int trace_on, const char *trace_path, const tracer &tra
 
 bool lock_again(const tracer &trace, const char *path, int fd, int &code) noexcept {
   (void)lseek(fd, 0, SEEK_SET);  // the lock counts from here
-  const int err = lock(trace, path, fd);
-  if (err == 0) return true;
+  int err = 0;
+  if (lock(trace, path, fd, err)) return true;
   (void)close(fd);
   code = report(kLockFailed, 40, path, err);
   return false;
