@@ -93,7 +93,7 @@ TEST(MaxFsize, FindsTheLargestSizeBelowTheLimit) {
       {"the largest wish on the largest blocks", 1000, 1000, INT64_MAX, INT64_MAX, 0, {0, INT64_MAX}},
       {"a step that would pass the lowest number ends it", 1000, 50, INT64_MAX, INT64_MAX, INT64_MIN, none},
       {"no size fits, however far down: 0 - n + 1 wraps around", 0, 0, 1, 16384, INT64_MIN, none},
-      {"less than two blocks above the lowest number", 0, 0, 4096, INT64_MIN + 8191, INT64_MIN, none},
+      {"almost two blocks below nothing", 1000, 50, INT64_MAX / 2, 2 - INT64_MAX, INT64_MIN, none},
       // 5 percent of 2^64 - 1 blocks, in double precision, are 922337203685477632.
       {"used equal to the limit in a huge file system", UINT64_MAX, 922337203685477632U, 4096, 16384, 0, none},
       {"one below is room for one", UINT64_MAX, 922337203685477634U, 4096, 4095, 0, {0, 4095}},
