@@ -125,5 +125,46 @@ TEST_F(WholeCalls, LeftoversInManyPlacesAreClearedInThreeWritesThatLeaveTheRecor
   EXPECT_EQ(this->file().find("left"), std::string::npos);
 }
 
+// Free space that is zero already stays as it is; what lies behind the third run of leftovers is cleared with it.
+TEST_F(WholeCalls, WhatIsNotZeroIsClearedExactly) {
+  reclaim("whole");
+  put(fresh_file(16384));
+  ASSERT_TRUE(recorded(push(incident_of(292)).code));
+  const std::string record = search(this->file()).front().bytes;
+  ASSERT_EQ(record.size(), 300u);
+  const std::vector<std::string> begin = {"0, SEEK_SET", "4, SEEK_SET",    "20", "24, SEEK_SET",
+                                          "10",          "1000, SEEK_SET", "5"};
+  const struct {
+    std::size_t last;  // where the third record lies
+    std::string behind_second;
+    std::vector<std::string> calls;
+  } rows[] = {
+      {3300, "", {"16383, SEEK_SET", "1", "3600, SEEK_SET", "300", "4, SEEK_SET", "20"}},
+      {5000, "xx", {"4000, SEEK_SET", "12384", "5300, SEEK_SET", "300", "4, SEEK_SET", "20"}},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.last);
+    std::string file = fresh_file(16384);
+    file.replace(24, 10, 10, 'x');  // up to the first record
+    for (const std::size_t at : {std::size_t{34}, std::size_t{3000}, row.last}) file.replace(at, 300, record);
+    file.replace(1000, 5, std::string("x\0\0\0x", 5));
+    file.replace(4000, row.behind_second.size(), row.behind_second);
+    file[16383] = 'x';
+    put_number(file, 8, static_cast<std::uint32_t>(row.last + 300));
+    file[20] = 1;
+    put(file);
+    platform::Calls calls;
+    calls.ignore("getenv");
+    EXPECT_TRUE(recorded(calls.during([&] { return push(incident_of(292)).code; })));
+    std::vector<std::string> made, expected = begin;
+    for (const std::string &call : calls.log_of({"lseek", "write"})) {
+      const std::size_t behind_file = call.find(", ") + 2;
+      made.push_back(call.substr(behind_file, call.find(')') - behind_file));
+    }
+    expected.insert(expected.end(), row.calls.begin(), row.calls.end());
+    EXPECT_EQ(made, expected);
+  }
+}
+
 }  // namespace
 }  // namespace whole_test

@@ -207,5 +207,39 @@ TEST_F(WholeHostile, ARecordInsideTheArgumentsOfARecordIsNoRecord) {
   for (std::size_t i = 1; i < records.size(); ++i) EXPECT_EQ(found[i - 1], records[i]) << i;
 }
 
+// It would be older than the records that then lie between it and the newest one, and lead past them.
+TEST_F(WholeHostile, WhatLiesAtThePositionGivesWayWhereTheRingStartsAgain) {
+  put(fresh_file(8192));
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(recorded(push(incident_of(292)).code));
+  const std::vector<Record> records = read_chain(file()).records;
+  ASSERT_EQ(records.size(), 3u);
+  std::string file = fresh_file(8192);
+  file.replace(8192 - 300, 300, records[0].bytes);
+  file.replace(8192 - 600, 300, records[2].bytes);
+  file.replace(8192 - 900, 300, records[1].bytes);
+  for (const std::size_t at : {8, 12}) put_number(file, at, 8192 - 300);
+  file[20] = 1;
+  put(file);
+  const Pushed pushed = push(incident_of(301));
+  ASSERT_TRUE(recorded(pushed.code));
+  const Chain chain = read_chain(this->file());
+  EXPECT_EQ(chain.problem, "");
+  EXPECT_EQ(places(chain.records), "7292+300 7592+300 24+309 ");
+}
+
+TEST_F(WholeHostile, WhereNoRecordStaysTheNewOneIsTheEarliest) {
+  put(fresh_file(8192));
+  ASSERT_TRUE(recorded(push(incident_of(292)).code));
+  std::string file = fresh_file(8192);
+  file.replace(8192 - 300, 300, search(this->file()).front().bytes);
+  for (const std::size_t at : {8, 12}) put_number(file, at, 8192 - 300);
+  file[20] = 1;
+  put(file);
+  ASSERT_TRUE(recorded(push(incident_of(301)).code));
+  const Chain chain = read_chain(this->file());
+  EXPECT_EQ(chain.problem, "");
+  EXPECT_EQ(places(chain.records), "24+309 ");
+}
+
 }  // namespace
 }  // namespace whole_test

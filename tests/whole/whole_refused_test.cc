@@ -115,6 +115,10 @@ TEST_F(WholeRefused, AFirstRecordWithoutRoomBehindItIsCorrupt) {
       EXPECT_EQ(outcome.code, 24);
       EXPECT_THAT(outcome.reports, testing::Contains("24: vosk.cat 1/41 (\"" + stack() + "\", \"vk_clear_records\")"));
       EXPECT_EQ(files::difference(bytes, outcome.file), "");
+      EXPECT_EQ(trace_file::read(stack() + ".trace").messages("vk_clear_records").back(),
+                trace_file::folded_text("fclear to position %d in file would corrupt the file - \n"
+                                        "Returning VOSK_FILE_CORRUPT(-26)\n",
+                                        first + 308));
     }
   }
 }

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "support/trace_file.h"
 #include "whole/whole_test.h"
 
@@ -48,6 +50,35 @@ TEST_F(WholeTrace, SaysWhatIsClearedAndWhereTheRecordGoes) {
                               "Returning VOSK_SUCCESS(0)\n")));
   EXPECT_EQ(places(read_chain(file()).records),
             "2264+1024 3288+1024 4312+1024 5336+1024 6360+1024 24+809 833+199 1032+209 ");
+}
+
+// The first of the writes leads away from what is cleared, the second one clears. What an earlier call left in errno is
+// no error of theirs.
+TEST_F(WholeTrace, SaysThatAWriteWasTooShortWithoutAnError) {
+  const struct {
+    int write;
+    long long bytes;
+    const char *text;
+  } rows[] = {{1, 19, "Failure in fclear at offset 4 in file - error code 0\n"},
+              {2, 1, "Failure in fclear at offset 24 in file - error code 0\n"}};
+  for (const int body : {1000, 200, 1016, 1016, 1016, 1016, 1016, 1016})
+    push(incident_of(static_cast<std::size_t>(body)));
+  const std::string full = file();
+  const std::string trace = stack() + ".trace";
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.write);
+    put(full);
+    unlink(trace.c_str());
+    environment_.set("VOSKDEBUG", trace);
+    platform::Calls calls;
+    calls.ignore_path(trace);
+    calls.short_nth("write", row.write, row.bytes);
+    calls.after("read", 2, [](const platform::Call &) { errno = EXDEV; });
+    EXPECT_EQ(calls.during([&] { return push(incident_of(801)).code; }), 24);
+    environment_.unset("VOSKDEBUG");
+    EXPECT_EQ(trace_file::read(trace).messages("vk_clear_records").back(),
+              folded_text("%sReturning VOSK_FILE_CORRUPT(-26)\n", row.text));
+  }
 }
 
 }  // namespace
