@@ -239,6 +239,17 @@ TEST_F(PushCreation, HasTextsAndMessagesOfItsOwnBehindTheReservation) {
     left.replace(0, 36, line);
     left.replace(0, row.start.size(), row.start);
     EXPECT_EQ(files::difference(left, stack()), "");
+
+    ASSERT_EQ(sandbox::fresh(), "");
+    unset("VOSKDEBUG");
+    platform::Calls untraced;
+    if (row.error == -1)
+      untraced.short_nth(row.call, row.nth, row.nth == 18 ? 3 : 19, kStack);
+    else
+      untraced.fail_nth(row.call, row.nth, row.error, kStack);
+    expect_refused(untraced, row.report);
+    EXPECT_EQ(files::difference(left, stack()), "");
+    trace();
   }
 }
 

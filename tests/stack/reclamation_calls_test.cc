@@ -118,6 +118,11 @@ TEST_F(ReclamationCalls, EachGiveAFileThatCountsAsCorruptWhenTheyFail) {
     expect_cleared({{24, row.cleared_to}});
     // Positions stay; the wrap byte is set in memory, which the caller throws away.
     EXPECT_EQ(files::difference(text(header_of(24, 8192, 24, 8192, 1)), text(header_)), "");
+    prepare();
+    platform::Calls untraced;
+    untraced.fail_nth(row.call, row.nth, row.error);
+    EXPECT_EQ(untraced.during([&] { return clear(1016, 0); }), -26);
+    expect_cleared({{24, row.cleared_to}});
   }
 }
 
