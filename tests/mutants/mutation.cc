@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <initializer_list>
 #include <map>
 
@@ -132,7 +133,7 @@ class Finder {
     c = changed[1] == '\\' ? (c == '0' ? '1' : c == 'n' ? 't' : 'n') : static_cast<char>(c + 1);
     if (changed != "'''" && changed != "'\\'") put("constant", changed);
   }
-  // One byte, chosen by where the text stands, that is no part of an escape or a conversion.
+  // One byte, chosen by the text itself, that is no part of an escape or a conversion.
   void texts() {
     const std::string_view all = token().text;
     std::vector<std::size_t> places;
@@ -147,7 +148,9 @@ class Finder {
     }
     if (places.empty() || text(i_ - 1) == "extern") return;
     std::string changed(all);
-    char &c = changed[places[token().at * 2654435761u % places.size()]];
+    std::uint32_t mixed = 0;
+    for (const char byte : all) mixed = mixed * 31 + static_cast<unsigned char>(byte);
+    char &c = changed[places[mixed % places.size()]];
     c = another(c);
     put("text", changed);
   }
