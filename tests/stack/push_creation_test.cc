@@ -220,14 +220,17 @@ TEST_F(PushCreation, HasTextsAndMessagesOfItsOwnBehindTheReservation) {
   };
   for (const Row &row : rows) {
     SCOPED_TRACE(testing::Message() << row.call << " " << row.nth << " " << row.error);
+    const auto expect_row_refused = [&](platform::Calls &failing) {
+      if (row.error == -1)
+        failing.short_nth(row.call, row.nth, row.nth == 18 ? 3 : 19, kStack);
+      else
+        failing.fail_nth(row.call, row.nth, row.error, kStack);
+      expect_refused(failing, row.report);
+    };
     ASSERT_EQ(sandbox::fresh(), "");
     trace();
     platform::Calls calls;
-    if (row.error == -1)
-      calls.short_nth(row.call, row.nth, row.nth == 18 ? 3 : 19, kStack);
-    else
-      calls.fail_nth(row.call, row.nth, row.error, kStack);
-    expect_refused(calls, row.report);
+    expect_row_refused(calls);
     const std::vector<std::string> traced = trace_file_.take();
     ASSERT_GE(traced.size(), 2u);
     EXPECT_EQ(traced[traced.size() - 2], trace_entry("vk_push_stack", "Setting ctrl info\n"));
@@ -243,11 +246,7 @@ TEST_F(PushCreation, HasTextsAndMessagesOfItsOwnBehindTheReservation) {
     ASSERT_EQ(sandbox::fresh(), "");
     unset("VOSKDEBUG");
     platform::Calls untraced;
-    if (row.error == -1)
-      untraced.short_nth(row.call, row.nth, row.nth == 18 ? 3 : 19, kStack);
-    else
-      untraced.fail_nth(row.call, row.nth, row.error, kStack);
-    expect_refused(untraced, row.report);
+    expect_row_refused(untraced);
     EXPECT_EQ(files::difference(left, stack()), "");
     trace();
   }
