@@ -39,6 +39,14 @@ const vosk::record *record_from(const vosk::stack &file, std::size_t offset) {
   return nullptr;
 }
 
+// The processes of the records that are whole.
+std::vector<std::string> intact_ones(const vosk::stack &file) {
+  std::vector<std::string> processes;
+  for (const vosk::record &r : file.records)
+    if (r.intact) processes.emplace_back(r.process.value_or("-"));
+  return processes;
+}
+
 bool shows(const vosk::stack &file, std::size_t offset, const std::string &bytes) {
   const vosk::record *const r = record_from(file, offset);
   return r != nullptr && r->size == bytes.size() &&
@@ -111,6 +119,82 @@ TEST(Damage, IsNamedForEveryStructuralBitAndHidesNoOtherRecord) {
         base.file[offset] ^= static_cast<unsigned char>(1 << bit);
       }
     }
+  }
+}
+
+TEST(Damage, OfAWrapIndicatorIsNamedWhereRecordsLieBehindThePosition) {
+  builder::bytes file = builder::wrapped_file();
+  const std::size_t records = vosk::read_stack(file, kInode).records.size();
+  file[20] = 0;
+  const vosk::stack stack = vosk::read_stack(file, kInode);
+  EXPECT_EQ(stack.records.size(), records);
+  ASSERT_EQ(stack.damages.size(), 1u);
+  EXPECT_EQ(stack.damages[0].field, "wrap indicator");
+  EXPECT_EQ(stack.damages[0].allowed, "1, as records lie behind the recording position");
+}
+
+TEST(Damage, OfAPositionBehindTheFileIsNamed) {
+  builder::bytes file = builder::wrapped_file();
+  const std::int32_t behind = 8192 + 64;
+  std::memcpy(file.data() + 8, &behind, sizeof behind);
+  const vosk::stack stack = vosk::read_stack(file, kInode);
+  ASSERT_FALSE(stack.damages.empty());
+  EXPECT_EQ(stack.damages[0].field, "recording position");
+  EXPECT_EQ(stack.damages[0].value, "8256");
+}
+
+// The last nine bytes of one record are the first of another: both are whole, and only one can have been left so.
+TEST(Damage, OfTwoWholeRecordsThatOverlapHitsTheOlder) {
+  for (const bool second_is_later : {false, true}) {
+    SCOPED_TRACE(second_is_later);
+    builder::record second;
+    second.at(1700000000 + (second_is_later ? 1 : 0), 0);
+    second.process = "second";
+    const builder::bytes tail = builder::record_bytes(second);
+    std::uint64_t start = 0;
+    std::memcpy(&start, tail.data(), sizeof start);
+    builder::record first;
+    first.at(1700000000 + (second_is_later ? 0 : 1), 0);
+    first.process = "first";
+    first.arguments = {{1, "", start}};
+    first.detail.clear();
+    const builder::bytes head = builder::record_bytes(first);
+    builder::bytes file(8192);
+    builder::header h;
+    h.recording = static_cast<std::int32_t>(24 + head.size() - 9 + tail.size());
+    builder::put_header(file, h);
+    std::copy(head.begin(), head.end(), file.begin() + 24);
+    std::copy(tail.begin(), tail.end(), file.begin() + 24 + static_cast<std::ptrdiff_t>(head.size()) - 9);
+    const vosk::stack stack = vosk::read_stack(file, kInode);
+    EXPECT_THAT(intact_ones(stack), testing::ElementsAre(second_is_later ? "second" : "first"));
+    const auto named = std::find_if(stack.damages.begin(), stack.damages.end(),
+                                    [](const vosk::damage &d) { return d.value.starts_with("overlapped by "); });
+    EXPECT_NE(named, stack.damages.end());
+  }
+}
+
+// What has no identifier is a record only if it tells where it comes from, as far as it was not cut.
+TEST(Records, WithoutAnIdentifierTellTheirOrigin) {
+  struct {
+    const char *what;
+    void (*change)(builder::record &);
+    std::size_t intact;
+  } const rows[] = {
+      {"whole", [](builder::record &) {}, 1},
+      {"no source", [](builder::record &r) { r.source.clear(); }, 0},
+      {"no version", [](builder::record &r) { r.version.clear(); }, 0},
+      {"no product", [](builder::record &r) { r.product.clear(); }, 0},
+      {"cut before them", [](builder::record &r) { r.process.assign(1000, 'p'); }, 1},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    builder::record r;
+    r.eid.clear();
+    r.time = 0;
+    row.change(r);
+    builder::model m;
+    ASSERT_TRUE(m.push(builder::record_bytes(r)));
+    EXPECT_EQ(intact_ones(vosk::read_stack(m.file(), kInode)).size(), row.intact);
   }
 }
 

@@ -74,14 +74,17 @@ class surveyor {
         const bool found_wins = made_later(found, before);
         const record &loser = found_wins ? before : found;
         const record &winner = found_wins ? found : before;
-        result_.damages.push_back({loser.offset, "record",
-                                   "overlapped by the record at offset " + std::to_string(winner.offset),
-                                   "records that do not overlap"});
+        result_.damages.push_back(overlapped_by(winner.offset, loser.offset));
         if (!found_wins) continue;
         result_.records.pop_back();
       }
       result_.records.push_back(std::move(found));
     }
+  }
+
+  static damage overlapped_by(std::size_t winner, std::size_t loser) {
+    return {loser, "record", "overlapped by the record at offset " + std::to_string(winner),
+            "records that do not overlap"};
   }
 
   // Heads that verify in front of fields that do not end at the length.
@@ -90,9 +93,13 @@ class surveyor {
     for (std::size_t i = 0; i < heads.size(); ++i) {
       const std::size_t at = heads[i];
       if (record_at(at) != nullptr) continue;
-      const std::size_t next = i + 1 < heads.size() ? heads[i + 1] : bytes_.size();
+      const std::size_t next = std::min(i + 1 < heads.size() ? heads[i + 1] : bytes_.size(), next_record(at));
+      if (next < at + layout::kFieldsAt) {
+        result_.damages.push_back(overlapped_by(next, at));
+        continue;
+      }
       record found;
-      result_.damages.push_back(read_flawed(at, std::min(next, next_record(at)), found));
+      result_.damages.push_back(read_flawed(at, next, found));
       flawed.push_back(std::move(found));
     }
     for (record &found : flawed) result_.records.push_back(std::move(found));
@@ -111,7 +118,8 @@ class surveyor {
       }
       record found;
       const std::size_t next = next_record(at), end = at + layout::kPrefixSize + load_u32(bytes_, at);
-      const bool ends_well = end <= bytes_.size() && (whole ? end <= next : end == next || is_recording_position(end));
+      const bool ends_well =
+          at + layout::kFieldsAt <= end && end <= next && (whole || end == next || is_recording_position(end));
       if (!ends_well) continue;
       if (whole) {
         if (!whole_record(bytes_, at, found) || !has_origin(found)) continue;
@@ -132,11 +140,11 @@ class surveyor {
     return present(found.source) && present(found.version) && present(found.product);
   }
 
-  // Reads what there is of a record whose fields and length disagree, up to `limit`, and says how they disagree.
+  // Reads what there is of a record whose fields and length disagree, up to `limit`, which is behind its head, and says
+  // how they disagree.
   damage read_flawed(std::size_t at, std::size_t limit, record &found) {
     read_head(bytes_, at, found);
     found.intact = false;
-    limit = std::max(limit, at + layout::kFieldsAt);  // in a hostile file heads can overlap
     const std::size_t room = limit - at - layout::kPrefixSize;
     const byte_span body = bytes_.subspan(at + layout::kPrefixSize, std::min(room, layout::kBodyMax));
     const fields_result fields = read_fields(body, found);
