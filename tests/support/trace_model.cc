@@ -73,6 +73,7 @@ int append(std::string &bytes, std::string_view entry) {
     put(bytes, next, kRecycleMarker);
     const long long behind = next + static_cast<long long>(kRecycleMarker.size()), zeros = *size - next - 23;
     if (behind + zeros < 0 || behind + zeros > kLargest) return kCorrupt;
+    if (zeros == -1) return kCorrupt;  // the length that is handed back looks like a failure
     if (zeros > 0) put(bytes, behind, std::string(static_cast<std::size_t>(zeros), '\0'));
     next = kHeader;
     ++wraps;
