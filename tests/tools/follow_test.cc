@@ -175,6 +175,21 @@ TEST(Follow, WaitsForADirectoryThatDoesNotExistYet) {
   expect_each_once(tool.identifiers(1), {eid});
 }
 
+TEST(Follow, LooksIntoDirectoriesThatWereEmpty) {
+  const std::string inner = std::string(sandbox::kStacks) + "/inner/deeper";
+  ASSERT_EQ(mkdir((std::string(sandbox::kStacks) + "/inner").c_str(), 0755), 0);
+  ASSERT_EQ(mkdir(inner.c_str(), 0755), 0);
+  following tool({std::string(sandbox::kStacks) + "/inner"});
+  usleep(300000);
+  use_stack("inner/deeper/service.1.20231114.221320");
+  const std::string first = push("in a directory that was there");
+  expect_each_once(tool.identifiers(1), {first});
+  ASSERT_EQ(mkdir((inner + "/later").c_str(), 0755), 0);
+  usleep(300000);
+  use_stack("inner/deeper/later/service.1.20231114.221320");
+  expect_each_once(tool.identifiers(2), {first, push("in a directory that came empty")});
+}
+
 TEST(Follow, EndsQuietlyWhenNobodyReadsAnyMore) {
   use_stack("service.1.20231114.221320");
   (void)push("text");

@@ -22,14 +22,16 @@ bool is_directory(int dir, const directory_entry &entry) {
 
 // As deep as `depth` says, no deeper.
 // NOLINTNEXTLINE(misc-no-recursion)
-bool walk(const unique_fd &fd, const std::string &path, int depth, const visit_entry &visit) {
+bool walk(const unique_fd &fd, const std::string &path, int depth, const visit_entry &visit,
+          const enter_directory &enter) {
+  if (enter) enter(path);
   std::vector<directory_entry> entries;
   if (!list_directory(fd.get(), entries)) return false;
   for (const directory_entry &entry : entries) {
     const std::string entry_path = path.ends_with('/') ? path + entry.name : path + '/' + entry.name;
     if (depth > 0 && is_directory(fd.get(), entry)) {
       const unique_fd inner = open_directory(fd.get(), entry.name.c_str(), false);
-      if (inner.valid() && walk(inner, entry_path, depth - 1, visit)) continue;
+      if (inner.valid() && walk(inner, entry_path, depth - 1, visit, enter)) continue;
     }
     visit(fd.get(), entry, entry_path);
   }
@@ -98,9 +100,9 @@ bool list_directory(int fd, std::vector<directory_entry> &entries) {
   return error == 0;
 }
 
-bool walk_directory(const std::string &top, int depth, const visit_entry &visit) {
+bool walk_directory(const std::string &top, int depth, const visit_entry &visit, const enter_directory &enter) {
   const unique_fd fd = open_directory(AT_FDCWD, top.c_str(), true);
-  return fd.valid() && walk(fd, top, depth, visit);
+  return fd.valid() && walk(fd, top, depth, visit, enter);
 }
 
 void collector::add(const std::string &path) {

@@ -32,9 +32,10 @@ bool list_directory(int fd, std::vector<directory_entry> &entries);
 
 // Calls `visit(directory, entry, path)` for everything below `top` that is not a directory, and for directories deeper
 // than `depth` levels. False, with errno set, if `top` cannot be read; directories below it that cannot be are passed
-// to `visit`, too. Links are not followed.
+// to `visit`, too. Links are not followed. `enter` is called with each directory before it is read.
 using visit_entry = std::function<void(int dir, const directory_entry &entry, const std::string &path)>;
-bool walk_directory(const std::string &top, int depth, const visit_entry &visit);
+using enter_directory = std::function<void(const std::string &path)>;
+bool walk_directory(const std::string &top, int depth, const visit_entry &visit, const enter_directory &enter = {});
 
 // Where a stack is that lies in an archive.
 struct packed_place {

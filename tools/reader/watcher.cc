@@ -73,17 +73,20 @@ bool watcher::watch(const std::string &directory) {
   return true;
 }
 
-// Watches a directory and those in it; whatever is in a directory that was not watched before has changed.
+// Watches a directory and those in it; whatever is in a directory that was not watched before has changed. Each is
+// watched before it is looked into, so that nothing comes between.
 void watcher::watch_below(const std::string &directory, std::set<std::string> &changed) {
   const bool known = watched_.count(directory) != 0;
   if (!watch(directory)) polling_ = true;
-  const auto note = [&](int /*dir*/, const directory_entry &entry, const std::string &path) {
-    const std::string inner = parent_of(path);
-    const bool is_new = watched_.count(inner) == 0;
-    if (is_new && !watch(inner)) polling_ = true;
-    if ((is_new || !known) && entry.type != DT_DIR) changed.insert(path);
+  std::set<std::string> fresh;
+  const auto enter = [&](const std::string &inner) {
+    if (watched_.count(inner) == 0) fresh.insert(inner);
+    if (!watch(inner)) polling_ = true;
   };
-  (void)walk_directory(directory, depth_, note);
+  const auto note = [&](int /*dir*/, const directory_entry &entry, const std::string &path) {
+    if ((!known || fresh.count(parent_of(path)) != 0) && entry.type != DT_DIR) changed.insert(path);
+  };
+  (void)walk_directory(directory, depth_, note, enter);
 }
 
 void watcher::watch_all(std::set<std::string> &changed) {
