@@ -159,6 +159,29 @@ TEST_F(Pager, IsNotStartedWhereItIsNotWanted) {
   EXPECT_THAT(tool::run(report(), how).out, Not(HasSubstr("[less"))) << "its output is no terminal";
 }
 
+TEST_F(Pager, IsDoneWithoutWhereItCannotBeStarted) {
+  for (const char *failing : {"pipe2|1|24|", "pipe2|2|24|", "fork|1|11|", "dup2|1|16|pipe"}) {
+    SCOPED_TRACE(failing);
+    terminal t(report(), environment({{"LD_PRELOAD", QX_FAULTS_LIBRARY}, {"QX_FAULTS", failing}}));
+    const std::string shown = t.shows();
+    EXPECT_EQ(t.ends(), 0);
+    EXPECT_THAT(shown, Not(HasSubstr("[less")));
+    EXPECT_THAT(shown, HasSubstr("2023-11-14"));
+  }
+  terminal t(report(), environment({{"LD_PRELOAD", QX_FAULTS_LIBRARY}, {"QX_FAULTS", "waitpid|1|4|"}}));
+  EXPECT_THAT(t.shows(), testing::EndsWith("[end]\r\n")) << "it is waited for although that is interrupted";
+  EXPECT_EQ(t.ends(), 0);
+}
+
+TEST_F(Pager, GetsColoursOnlyForATerminalThatHasThem) {
+  for (const auto &[name, value] : std::map<std::string, std::string>{{"TERM", "dumb"}, {"NO_COLOR", "1"}}) {
+    terminal t(report(), environment({{name, value}}));
+    EXPECT_THAT(t.shows(), Not(HasSubstr("\x1b["))) << name;
+  }
+  terminal t(report(), environment({{"NO_COLOR", ""}}));
+  EXPECT_THAT(t.shows(), HasSubstr("\x1b["));
+}
+
 TEST_F(Pager, MayBeLeftEarly) {
   builder::model m(16384);
   for (unsigned i = 0; i < 30; ++i) ASSERT_TRUE(m.push(builder::record_bytes(builder::record().at(1700000000 + i, 0))));

@@ -58,14 +58,15 @@ void wait_and_end(int signal_number) {
 }
 
 [[noreturn]] void become_pager(const char *pager, int input, int report) {
-  (void)dup2(input, 0);
-  std::signal(SIGPIPE, SIG_DFL);
-  (void)setenv("LESS", "FRX", 0);
-  if (geteuid() == 0) {
-    (void)setenv("LESSSECURE", "1", 1);
-    execlp(pager, pager, static_cast<char *>(nullptr));
-  } else {
-    execl("/bin/sh", "sh", "-c", pager, static_cast<char *>(nullptr));
+  if (dup2(input, 0) == 0) {
+    std::signal(SIGPIPE, SIG_DFL);
+    (void)setenv("LESS", "FRX", 0);
+    if (geteuid() == 0) {
+      (void)setenv("LESSSECURE", "1", 1);
+      execlp(pager, pager, static_cast<char *>(nullptr));
+    } else {
+      execl("/bin/sh", "sh", "-c", pager, static_cast<char *>(nullptr));
+    }
   }
   const int error = errno;
   (void)!write(report, &error, sizeof error);
