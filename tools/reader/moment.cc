@@ -124,7 +124,8 @@ std::optional<moment> moment_of(std::tm date, const clock_time &at, zone where) 
 
 std::optional<std::tm> take_date(reader &text) {
   const auto year = text.number(4, 4);
-  if (!year || !text.take("-")) return std::nullopt;
+  if (!year) return std::nullopt;
+  (void)text.take("-");  // it made this a date
   const auto month = text.number(2, 2);
   if (!month || *month < 1 || *month > 12 || !text.take("-")) return std::nullopt;
   const auto day = text.number(2, 2);

@@ -82,7 +82,7 @@ class reader {
       if (fds[1].revents != 0) {
         answer(keep);
         asked_ = true;
-      } else if (fds[0].revents != 0 && !move(sizeof buffer_, keep)) {
+      } else if (!move(sizeof buffer_, keep)) {
         return;
       }
     }
@@ -138,7 +138,7 @@ stderr_tail::stderr_tail(std::size_t size) : ring_(nullptr), size_(size) {
   }
   if (pid > 0) return;
   become_reader(read_end.get(), other_control.get());
-  static reader moving;
+  reader moving;
   moving.run([&](const char *text, std::size_t length) { ring_->add(text, length, size_); });
   _exit(0);
 }
