@@ -38,48 +38,45 @@ constexpr char kDoctorExamples[] =
 
 class doctor_verb : public verb_of<doctor_options> {
  public:
-  doctor_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kDoctorExamples, program) {
-    add_output_options(app, out.common);
+  doctor_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kDoctorExamples, program) {
+    add_output_options(line, out.common);
   }
 };
 
 class collect_verb : public verb_of<collect_options> {
  public:
-  collect_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kCollectExamples, program) {
-    CLI::Option *const id = app.add_option("ID", options_.identifier, "The identifier of any record of the incident");
-    id->type_name("");
-    app.add_flag("--all", options_.all, "Collect all stacks, and all that the logs hold of the library")->excludes(id);
-    app.add_option("-o,--output", options_.output_file, "The archive, which must not exist; - for standard output")
-        ->required()
-        ->type_name("FILE");
-    add_list(app, "--log", options_.logs, "Where to look for log lines: a file, a directory, journal, auto, none",
-             "LOG");
-    add_common(app, out.common);
+  collect_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kCollectExamples, program) {
+    const argument id = line.add("ID", options_.identifier, "The identifier of any record of the incident");
+    line.add_flag("--all", options_.all, "Collect all stacks, and all that the logs hold of the library").excludes(id);
+    line.add("-o,--output", options_.output_file, "The archive, which must not exist; - for standard output", "FILE")
+        .required();
+    line.add_list("--log", options_.logs, "Where to look for log lines: a file, a directory, journal, auto, none",
+                  "LOG");
+    add_common(line, out.common);
   }
 };
 
 class prune_verb : public verb_of<prune_options> {
  public:
-  prune_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kPruneExamples, program) {
-    app.add_option("--older-than", options_.older_than, "What was last written so long ago: 30d, 12h, 1w")
-        ->required()
-        ->type_name("SPAN");
-    app.add_option("--max-total", options_.max_total, "Also the oldest, until SIZE is left: bytes, or 100K, 200M, 1G")
-        ->type_name("SIZE");
-    add_list(app, "--log", options_.logs, "Keep what this log cites: a file, a directory, journal, auto", "LOG");
-    app.add_flag("-n,--dry-run", options_.dry_run, "Only tell what would be removed");
-    add_output_options(app, out.common);
+  prune_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kPruneExamples, program) {
+    line.add("--older-than", options_.older_than, "What was last written so long ago: 30d, 12h, 1w", "SPAN").required();
+    line.add("--max-total", options_.max_total, "Also the oldest, until SIZE is left: bytes, or 100K, 200M, 1G",
+             "SIZE");
+    line.add_list("--log", options_.logs, "Keep what this log cites: a file, a directory, journal, auto", "LOG");
+    line.add_flag("-n,--dry-run", options_.dry_run, "Only tell what would be removed");
+    add_output_options(line, out.common);
   }
 };
 
 }  // namespace
 
-void add_keeping_verbs(CLI::App &app, invocation &out, verb_list &verbs) {
-  add_verb<collect_verb>(app, out, verbs, "collect", kCollectHelp);
-  add_verb<doctor_verb>(app, out, verbs, "doctor", kDoctorHelp);
-  add_verb<prune_verb>(app, out, verbs, "prune", kPruneHelp);
+void add_keeping_verbs(command_line &line, invocation &out, verb_list &verbs) {
+  add_verb<collect_verb>(line, out, verbs, "collect", kCollectHelp);
+  add_verb<doctor_verb>(line, out, verbs, "doctor", kDoctorHelp);
+  add_verb<prune_verb>(line, out, verbs, "prune", kPruneHelp);
 }
 
 }  // namespace vosk

@@ -72,133 +72,129 @@ constexpr char kVerifyExamples[] =
     "  PROGRAM STACKFILE   one of them\n"
     "Exit status: 0 no damage, 1 failure, 2 usage, 3 damage seen, 4 no stack file";
 
-void add_names(CLI::App &app, std::vector<std::string> &names) {
-  app.add_option("FILE", names, "Stack files, or directories of them")->type_name("");
+void add_names(command_line &line, std::vector<std::string> &names) {
+  line.add("FILE", names, "Stack files, or directories of them");
 }
 
-void add_filters(CLI::App &app, record_filters &filters) {
-  app.add_option("--since", filters.since, "From this time on: 2026-11-16 07:11, 07:11, yesterday, -2h")
-      ->type_name("TIME");
-  app.add_option("--until", filters.until, "Up to this time")->type_name("TIME");
-  app.add_option("--around", filters.around, "Around the time of an identifier, 5m before and after")
-      ->type_name("ID[=SPAN]");
-  add_list(app, "--process", filters.processes, "Of this process name; may be a pattern with * ? []", "NAME");
-  add_list(app, "--pid", filters.pids, "Of this process id", "PID");
-  add_list(app, "--product", filters.products, "Of this product; may be a pattern", "NAME");
-  add_list(app, "--source", filters.sources, "Of this source, FILE or FILE:LINE; may be a pattern", "FILE");
-  add_list(app, "--msg", filters.messages, "With this message", "SET/NUMBER");
-  add_list(app, "--grep", filters.patterns, "Whose description or detail matches", "REGEX");
-  app.add_flag("--not", filters.inverted, "Those that the filters (the times apart) do not select");
+void add_filters(command_line &line, record_filters &filters) {
+  line.add("--since", filters.since, "From this time on: 2026-11-16 07:11, 07:11, yesterday, -2h", "TIME");
+  line.add("--until", filters.until, "Up to this time", "TIME");
+  line.add("--around", filters.around, "Around the time of an identifier, 5m before and after", "ID[=SPAN]");
+  line.add_list("--process", filters.processes, "Of this process name; may be a pattern with * ? []", "NAME");
+  line.add_list("--pid", filters.pids, "Of this process id", "PID");
+  line.add_list("--product", filters.products, "Of this product; may be a pattern", "NAME");
+  line.add_list("--source", filters.sources, "Of this source, FILE or FILE:LINE; may be a pattern", "FILE");
+  line.add_list("--msg", filters.messages, "With this message", "SET/NUMBER");
+  line.add_list("--grep", filters.patterns, "Whose description or detail matches", "REGEX");
+  line.add_flag("--not", filters.inverted, "Those that the filters (the times apart) do not select");
 }
 
 class annotate_verb : public verb_of<annotate_options> {
  public:
-  annotate_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kAnnotateExamples, program) {
-    app.add_option("FILE", options_.file, "The text; standard input where it is missing or -")->type_name("");
-    add_common(app, out.common);
+  annotate_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kAnnotateExamples, program) {
+    line.add("FILE", options_.file, "The text; standard input where it is missing or -");
+    add_common(line, out.common);
   }
 };
 
-void add_logs(CLI::App &app, std::vector<std::string> &logs) {
-  add_list(app, "--log", logs, "Search this log: a file, a directory of logs, -, journal, auto (the default) or none",
-           "LOG");
+void add_logs(command_line &line, std::vector<std::string> &logs) {
+  line.add_list("--log", logs, "Search this log: a file, a directory of logs, -, journal, auto (the default) or none",
+                "LOG");
 }
 
-void add_identifier(CLI::App &app, std::string &identifier, bool &node_only) {
-  app.add_option("ID", identifier, "The identifier, 42 characters")->required()->type_name("");
-  app.add_flag("--node-only", node_only, "Look into this node's stacks only for identifiers of its addresses");
+void add_identifier(command_line &line, std::string &identifier, bool &node_only) {
+  line.add("ID", identifier, "The identifier, 42 characters").required();
+  line.add_flag("--node-only", node_only, "Look into this node's stacks only for identifiers of its addresses");
 }
 
 class detail_verb : public verb_of<detail_options> {
  public:
-  detail_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kDetailExamples, program) {
-    add_identifier(app, options_.identifier, options_.node_only);
-    app.add_option("-o,--output", options_.output_file, "Write the content to FILE, - for standard output")
-        ->type_name("FILE");
-    add_logs(app, options_.logs);
-    add_common(app, out.common);
+  detail_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kDetailExamples, program) {
+    add_identifier(line, options_.identifier, options_.node_only);
+    line.add("-o,--output", options_.output_file, "Write the content to FILE, - for standard output", "FILE");
+    add_logs(line, options_.logs);
+    add_common(line, out.common);
   }
 };
 
 class list_verb : public verb_of<list_options> {
  public:
-  list_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kListExamples, program) {
-    add_names(app, options_.names);
-    app.add_flag("--failed", options_.failed, "Only stacks that refuse the next recording");
-    add_common(app, out.common);
+  list_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kListExamples, program) {
+    add_names(line, options_.names);
+    line.add_flag("--failed", options_.failed, "Only stacks that refuse the next recording");
+    add_common(line, out.common);
   }
 };
 
 class report_verb : public verb_of<report_options> {
  public:
-  report_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kReportExamples, program) {
-    add_names(app, options_.names);
-    app.add_flag_callback(
+  report_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kReportExamples, program) {
+    add_names(line, options_.names);
+    line.add_flag(
         "-v,--verbose", [this] { options_.format = "verbose"; }, "Show every field");
-    app.add_option("-o,--output", options_.format, "Form of the records")
-        ->check(CLI::IsMember({"short", "verbose", "json"}))
-        ->type_name("FORMAT");
-    app.add_option("-n,--lines", options_.last, "Only the newest COUNT records")->type_name("COUNT");
-    CLI::Option *const reverse = app.add_flag("-r,--reverse", options_.reverse, "The newest record first");
-    CLI::Option *const follow = app.add_flag("-f,--follow", options_.follow,
-                                             "Go on printing records as they are made, also in stacks that appear");
-    follow->excludes(reverse);
-    app.add_flag("--new", options_.only_new, "With -f: not those that are there already")->needs(follow);
-    app.add_flag("--poll", options_.polling, "With -f: look every 0.4 s instead of waiting for the kernel")
-        ->needs(follow);
-    add_filters(app, options_.filters);
-    add_common(app, out.common);
+    line.add("-o,--output", options_.format, "Form of the records", "FORMAT").one_of({"short", "verbose", "json"});
+    line.add("-n,--lines", options_.last, "Only the newest COUNT records", "COUNT");
+    const argument reverse = line.add_flag("-r,--reverse", options_.reverse, "The newest record first");
+    const argument follow = line.add_flag("-f,--follow", options_.follow,
+                                          "Go on printing records as they are made, also in stacks that appear");
+    follow.excludes(reverse);
+    line.add_flag("--new", options_.only_new, "With -f: not those that are there already").needs(follow);
+    line.add_flag("--poll", options_.polling, "With -f: look every 0.4 s instead of waiting for the kernel")
+        .needs(follow);
+    add_filters(line, options_.filters);
+    add_common(line, out.common);
   }
 };
 
 class show_verb : public verb_of<show_options> {
  public:
-  show_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kShowExamples, program) {
-    add_identifier(app, options_.identifier, options_.node_only);
-    app.add_flag("--detail", options_.detail, "Show the detail file that the record cites, too");
-    add_logs(app, options_.logs);
-    add_common(app, out.common);
+  show_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kShowExamples, program) {
+    add_identifier(line, options_.identifier, options_.node_only);
+    line.add_flag("--detail", options_.detail, "Show the detail file that the record cites, too");
+    add_logs(line, options_.logs);
+    add_common(line, out.common);
   }
 };
 
 class trace_verb : public verb_of<trace_options> {
  public:
-  trace_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kTraceExamples, program) {
-    app.add_option("ID", options_.identifier, "The identifier of any record of the incident")
-        ->required()
-        ->type_name("");
-    add_logs(app, options_.logs);
-    add_common(app, out.common);
+  trace_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kTraceExamples, program) {
+    line.add("ID", options_.identifier, "The identifier of any record of the incident").required();
+    add_logs(line, options_.logs);
+    add_common(line, out.common);
   }
 };
 
 class verify_verb : public verb_of<verify_options> {
  public:
-  verify_verb(CLI::App &app, invocation &out, const std::string &program)
-      : verb_of(app, out, kVerifyExamples, program) {
-    add_names(app, options_.names);
-    add_common(app, out.common);
+  verify_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kVerifyExamples, program) {
+    add_names(line, options_.names);
+    add_common(line, out.common);
   }
 };
 
 }  // namespace
 
-void add_report_alone(CLI::App &app, invocation &out, verb_list &verbs) {
-  app.description(kReportHelp);
-  verbs.push_back(std::make_unique<report_verb>(app, out, out.program));
+void add_report_alone(command_line &line, invocation &out, verb_list &verbs) {
+  line.set_help(kReportHelp);
+  verbs.push_back(std::make_unique<report_verb>(line, out, out.program));
 }
 
-void add_reading_verbs(CLI::App &app, invocation &out, verb_list &verbs) {
-  add_verb<annotate_verb>(app, out, verbs, "annotate", kAnnotateHelp);
-  add_verb<detail_verb>(app, out, verbs, "detail", kDetailHelp);
-  add_verb<list_verb>(app, out, verbs, "list", kListHelp);
-  add_verb<report_verb>(app, out, verbs, "report", kReportHelp);
-  add_verb<show_verb>(app, out, verbs, "show", kShowHelp);
-  add_verb<trace_verb>(app, out, verbs, "trace", kTraceHelp);
-  add_verb<verify_verb>(app, out, verbs, "verify", kVerifyHelp);
+void add_reading_verbs(command_line &line, invocation &out, verb_list &verbs) {
+  add_verb<annotate_verb>(line, out, verbs, "annotate", kAnnotateHelp);
+  add_verb<detail_verb>(line, out, verbs, "detail", kDetailHelp);
+  add_verb<list_verb>(line, out, verbs, "list", kListHelp);
+  add_verb<report_verb>(line, out, verbs, "report", kReportHelp);
+  add_verb<show_verb>(line, out, verbs, "show", kShowHelp);
+  add_verb<trace_verb>(line, out, verbs, "trace", kTraceHelp);
+  add_verb<verify_verb>(line, out, verbs, "verify", kVerifyHelp);
 }
 
 }  // namespace vosk

@@ -64,97 +64,87 @@ constexpr char kLogExamples[] =
 
 class env_verb : public verb_of<env_options> {
  public:
-  env_verb(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kEnvExamples, program) {
-    app.require_subcommand(1);
+  env_verb(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kEnvExamples, program) {
+    line.require_verb();
     using enum env_options::action;
-    add(app, out, create, "create", kEnvCreateHelp, kEnvCreateExamples);
-    add(app, out, inherit, "inherit", kEnvInheritHelp, kEnvInheritExamples);
-    add(app, out, log, "log", kEnvLogHelp, kEnvLogExamples);
-    add(app, out, show, "show", kEnvShowHelp, kEnvShowExamples);
+    add(line, out, create, "create", kEnvCreateHelp, kEnvCreateExamples);
+    add(line, out, inherit, "inherit", kEnvInheritHelp, kEnvInheritExamples);
+    add(line, out, log, "log", kEnvLogHelp, kEnvLogExamples);
+    add(line, out, show, "show", kEnvShowHelp, kEnvShowExamples);
   }
 
  private:
-  void add(CLI::App &env, invocation &out, env_options::action what, const std::string &name, const char *help,
+  void add(command_line &env, invocation &out, env_options::action what, const std::string &name, const char *help,
            const char *examples) {
-    CLI::App &app = *env.add_subcommand(name, help);
-    app.footer(with_program(examples, "vosk env " + name));
-    app.preparse_callback([this, what](std::size_t) { options_.what = what; });
-    app.add_option("PID", options_.process, "The process id of the shell: $$")
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()))
-        ->type_name("");
+    command_line line = env.add_verb(name, help);
+    line.set_footer(with_program(examples, "vosk env " + name));
+    line.before_words([this, what] { options_.what = what; });
+    line.add("PID", options_.process, "The process id of the shell: $$").between(1, std::numeric_limits<int>::max());
     if (what != env_options::action::show)
-      app.add_option("--name", options_.name, "The process name in records; the command's name without it")
-          ->type_name("NAME");
+      line.add("--name", options_.name, "The process name in records; the command's name without it", "NAME");
     if (what == env_options::action::create)
-      app.add_flag("--keep-newest", options_.keep_newest,
-                   "In a full stack let whole records give way, the oldest first");
-    app.add_flag("--json", out.common.json, "Print JSON Lines, no commands");
+      line.add_flag("--keep-newest", options_.keep_newest,
+                    "In a full stack let whole records give way, the oldest first");
+    line.add_flag("--json", out.common.json, "Print JSON Lines, no commands");
   }
 };
 
 class push_verb : public verb_of<push_options> {
  public:
-  push_verb(CLI::App &app, invocation &out, const std::string &program) : push_verb(app, out, program, kPushExamples) {
-    app.add_option("--road", options_.road, "Where to record; auto: the System Log where no stack is usable")
-        ->check(CLI::IsMember({"stack", "log", "auto"}))
-        ->type_name("ROAD");
+  push_verb(command_line &line, invocation &out, const std::string &program)
+      : push_verb(line, out, program, kPushExamples) {
+    line.add("--road", options_.road, "Where to record; auto: the System Log where no stack is usable", "ROAD")
+        .one_of({"stack", "log", "auto"});
   }
 
  protected:
-  push_verb(CLI::App &app, invocation &out, const std::string &program, const char *examples)
-      : verb_of(app, out, examples, program) {
-    add_message(app);
-    add_text(app, "--cause", options_.cause, "The identifier of the incident that this one follows from", "ID");
-    add_text(app, "--detail", options_.detail, "A text with details", "TEXT");
-    add_text(app, "--detail-file", options_.detail_file, "A file to keep a copy of; - for standard input", "FILE")
-        ->excludes("--detail");
-    add_text(app, "--source", options_.source, "The source file; the script's name without it", "FILE");
-    add_text(app, "--line", options_.line, "Its line: \"$LINENO\"", "NUMBER");
-    add_text(app, "--source-version", options_.version, "Its version", "TEXT");
-    add_text(app, "--product", options_.product, "The product that it belongs to", "NAME");
-    add_text(app, "--resource", options_.resource, "What reports the incident; the System Log's tag", "NAME");
-    add_text(app, "--type", options_.event_type, "The severity in the System Log", "TYPE")
-        ->check(CLI::IsMember({"emerg", "error", "state", "perf", "trace", "recov", "debug"}));
-    add_text(app, "--template", options_.template_id, "The error template in the System Log, hexadecimal", "NUMBER");
-    app.add_flag("-v,--verbose", options_.verbose, "Print attentions in full");
-    app.add_flag("--json", out.common.json, "Print a JSON line instead of the identifier");
+  push_verb(command_line &line, invocation &out, const std::string &program, const char *examples)
+      : verb_of(line, out, examples, program) {
+    add_message(line);
+    line.add("--cause", options_.cause, "The identifier of the incident that this one follows from", "ID");
+    const argument detail = line.add("--detail", options_.detail, "A text with details", "TEXT");
+    line.add("--detail-file", options_.detail_file, "A file to keep a copy of; - for standard input", "FILE")
+        .excludes(detail);
+    line.add("--source", options_.source, "The source file; the script's name without it", "FILE");
+    line.add("--line", options_.line, "Its line: \"$LINENO\"", "NUMBER");
+    line.add("--source-version", options_.version, "Its version", "TEXT");
+    line.add("--product", options_.product, "The product that it belongs to", "NAME");
+    line.add("--resource", options_.resource, "What reports the incident; the System Log's tag", "NAME");
+    line.add("--type", options_.event_type, "The severity in the System Log", "TYPE")
+        .one_of({"emerg", "error", "state", "perf", "trace", "recov", "debug"});
+    line.add("--template", options_.template_id, "The error template in the System Log, hexadecimal", "NUMBER");
+    line.add_flag("-v,--verbose", options_.verbose, "Print attentions in full");
+    line.add_flag("--json", out.common.json, "Print a JSON line instead of the identifier");
   }
 
  private:
-  static CLI::Option *add_text(CLI::App &app, const char *name, std::string &value, const char *help,
-                               const char *type) {
-    return app.add_option(name, value, help)->type_name(type);
-  }
-
-  void add_message(CLI::App &app) {
-    CLI::Option *const message = app.add_option("MESSAGE", options_.message, "What happened")->type_name("");
-    CLI::Option *const format =
-        app.add_option("--format", options_.format, "A printf format with %s or %N$s, instead of MESSAGE")
-            ->type_name("FORMAT")
-            ->excludes(message);
-    app.add_option("--arg", options_.arguments, "The next argument of the format, at most 16")
-        ->allow_extra_args(false)
-        ->type_name("TEXT")
-        ->needs(format);
-    CLI::Option *const catalogue =
-        add_text(app, "--catalogue", options_.catalogue, "The message catalogue that has translations", "NAME");
-    add_text(app, "--msg", options_.catalogue_message, "The message in it", "SET/NUMBER")->needs(catalogue);
+  void add_message(command_line &line) {
+    const argument message = line.add("MESSAGE", options_.message, "What happened");
+    const argument format =
+        line.add("--format", options_.format, "A printf format with %s or %N$s, instead of MESSAGE", "FORMAT")
+            .excludes(message);
+    line.add_list("--arg", options_.arguments, "The next argument of the format, at most 16", "TEXT").needs(format);
+    const argument catalogue =
+        line.add("--catalogue", options_.catalogue, "The message catalogue that has translations", "NAME");
+    line.add("--msg", options_.catalogue_message, "The message in it", "SET/NUMBER").needs(catalogue);
   }
 };
 
 class log_verb : public push_verb {
  public:
-  log_verb(CLI::App &app, invocation &out, const std::string &program) : push_verb(app, out, program, kLogExamples) {
+  log_verb(command_line &line, invocation &out, const std::string &program)
+      : push_verb(line, out, program, kLogExamples) {
     options_.road = "log";
   }
 };
 
 }  // namespace
 
-void add_recording_verbs(CLI::App &app, invocation &out, verb_list &verbs) {
-  add_verb<env_verb>(app, out, verbs, "env", kEnvHelp);
-  add_verb<log_verb>(app, out, verbs, "log", kLogHelp);
-  add_verb<push_verb>(app, out, verbs, "push", kPushHelp);
+void add_recording_verbs(command_line &line, invocation &out, verb_list &verbs) {
+  add_verb<env_verb>(line, out, verbs, "env", kEnvHelp);
+  add_verb<log_verb>(line, out, verbs, "log", kLogHelp);
+  add_verb<push_verb>(line, out, verbs, "push", kPushHelp);
 }
 
 }  // namespace vosk

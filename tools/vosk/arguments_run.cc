@@ -21,20 +21,18 @@ constexpr char kRunExamples[] =
 
 class run_arguments : public verb_of<run_options> {
  public:
-  run_arguments(CLI::App &app, invocation &out, const std::string &program) : verb_of(app, out, kRunExamples, program) {
+  run_arguments(command_line &line, invocation &out, const std::string &program)
+      : verb_of(line, out, kRunExamples, program) {
     options_.command = out.command;
     options_.pipe_ignored = out.pipe_ignored;
-    app.add_option("COMMAND", options_.misplaced, "The command and its arguments, behind --")->type_name("");
-    app.add_option("--cause", options_.cause, "The identifier of the incident that a failure follows from")
-        ->type_name("ID");
-    app.add_option("--id-file", options_.id_file, "Write the identifier to FILE; it is empty where nothing failed")
-        ->type_name("FILE");
-    app.add_option_function<std::string>(
-           "--stderr-tail", [this](const std::string &size) { options_.stderr_tail = tail_size(size); },
-           "Pass standard error through a pipe and keep its last BYTES (8K; at most 1M) with the record")
-        ->expected(0, 1)
-        ->type_name("BYTES");
-    app.add_flag("--json", out.common.json, "Print a JSON line about a failure on standard error");
+    line.add("COMMAND", options_.misplaced, "The command and its arguments, behind --");
+    line.add("--cause", options_.cause, "The identifier of the incident that a failure follows from", "ID");
+    line.add("--id-file", options_.id_file, "Write the identifier to FILE; it is empty where nothing failed", "FILE");
+    line.add(
+            "--stderr-tail", [this](const std::string &size) { options_.stderr_tail = tail_size(size); },
+            "Pass standard error through a pipe and keep its last BYTES (8K; at most 1M) with the record", "BYTES")
+        .value_optional();
+    line.add_flag("--json", out.common.json, "Print a JSON line about a failure on standard error");
   }
 
  private:
@@ -44,16 +42,15 @@ class run_arguments : public verb_of<run_options> {
     const std::string unit = text.substr(digits);
     const std::size_t factor = unit == "K" ? 1024 : unit == "M" ? 1024 * 1024 : unit.empty() ? 1 : 0;
     const std::size_t size = digits > 0 && digits <= 7 ? std::stoul(text.substr(0, digits)) * factor : 0;
-    if (size == 0 || size > stderr_tail::kMax)
-      throw CLI::ValidationError("--stderr-tail", "1 to 1M bytes, not '" + text + "'");
+    if (size == 0 || size > stderr_tail::kMax) throw usage_error("--stderr-tail: 1 to 1M bytes, not '" + text + "'");
     return size;
   }
 };
 
 }  // namespace
 
-void add_run_verb(CLI::App &app, invocation &out, verb_list &verbs) {
-  add_verb<run_arguments>(app, out, verbs, "run", kRunHelp);
+void add_run_verb(command_line &line, invocation &out, verb_list &verbs) {
+  add_verb<run_arguments>(line, out, verbs, "run", kRunHelp);
 }
 
 }  // namespace vosk

@@ -1,4 +1,4 @@
-// What the command line asks for, verb by verb. Filled by arguments.cc, which alone knows the argument library.
+// What the command line asks for, verb by verb. Filled by arguments.cc.
 #ifndef TOOLS_VOSK_OPTIONS_H
 #define TOOLS_VOSK_OPTIONS_H
 
