@@ -50,6 +50,7 @@ function count_line(number, hits, branches, taken,    text, place, excuse_of_lin
   }
   text = source_text(file, number)
   place = file ":" number
+  if (text ~ /^} catch \(.*\) \{$/) branches = taken = 0  # only an exception comes here
   excuse_of_line = hits == 0 || taken < branches ? excused(file, text) : 0
   if (excuse_of_line < 0 && hits == 0) {
     ++unreachable_lines
