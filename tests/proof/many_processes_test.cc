@@ -55,7 +55,7 @@ std::string key(int process, int number) {
 }
 
 TEST(ManyProcesses, LoseAndTearNothingInStacksThatDoNotWrap) {
-  const int stacks = short_or_long(200, 2000);
+  const int stacks = short_or_long(200, 2400);
   const unsigned random_seed = seed();
   std::mt19937 random(random_seed);
   int pushes = 0;
