@@ -85,6 +85,7 @@ TEST(Identifier, IsRefusedWithItsReason) {
       {"8.2...." + kEid.substr(7), "its location field (characters 2 to 7) is not valid"},
       {"8N2...." + kEid.substr(7), "its location field (characters 2 to 7) is not valid"},
       {"827...." + kEid.substr(7), "its location field (characters 2 to 7) is not valid"},
+      {"82....." + kEid.substr(7), "its location field (characters 2 to 7) is not valid"},
       {"822...x" + kEid.substr(7), "its location field (characters 2 to 7) is not valid"},
       {kEid.substr(0, 7) + "......" + kEid.substr(13), "its seconds (characters 8 to 13) are not valid"},
   };

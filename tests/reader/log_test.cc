@@ -11,6 +11,7 @@
 
 #include "reader/builder.h"
 #include "reader/child.h"
+#include "reader/journal_entry.h"
 #include "reader/line_reader.h"
 #include "reader/log_record.h"
 #include "reader/log_search.h"
@@ -67,6 +68,15 @@ TEST(LogRecord, IsReadFromALineOfEachDaemonsForm) {
       {"of a relay", "<27>Nov  5 14:21:42 node1 orders[12]: " + kRecord, "orders", "node1", 12},
       {"of a small daemon", "Nov  5 14:21:42 node1 daemon.err orders[12]: " + kRecord, "orders", "node1", 12},
       {"of its own", "something orders[12]: " + kRecord, "orders", "", 12},
+      {"of its own, in more words", "some thing orders[12]: " + kRecord, "orders", "", 12},
+      {"of its own, in one word", "orders[12]: " + kRecord, "orders", "", 12},
+      {"of its own, in long words", "a-word-of-20-letters orders[12]: " + kRecord, "orders", "", 12},
+      {"nearly a time", "2023-a-word-of-20-lt orders[12]: " + kRecord, "orders", "", 12},
+      {"more nearly a time", "2023-11-a-word-of-20 orders[12]: " + kRecord, "orders", "", 12},
+      {"most nearly a time", "2023-11-14 22:13:20Z orders[12]: " + kRecord, "orders", "", 12},
+      {"letters of two months", "anF 5 orders[12]: " + kRecord, "orders", "", 12},
+      {"structured without a time", "<27>1 now node1 orders 12 - - " + kRecord, "", "", {}},
+      {"a bracket that is not opened", "Nov  5 14:21:42 n orders]: " + kRecord, "orders]", "n", {}},
       {"nothing in front", kRecord, "", "", {}},
       {"brackets that hold no number", "Nov  5 14:21:42 n orders[x]: " + kRecord, "orders[x]", "n", {}},
       {"journal",
@@ -124,6 +134,63 @@ TEST(LogRecord, KeepsWhatThereIsOfOneThatWasCut) {
   }
 }
 
+TEST(LogRecord, IsAnotherWhereAnyPartOfItIs) {
+  const vosk::log_record one = *parse(kRecord);
+  EXPECT_TRUE(vosk::same_recording(one, *parse("Nov  5 14:21:42 node1 orders[12]: " + kRecord)));
+  for (std::string vosk::log_record::*part :
+       {&vosk::log_record::eid, &vosk::log_record::reference, &vosk::log_record::detail_file,
+        &vosk::log_record::location, &vosk::log_record::message}) {
+    vosk::log_record other = one;
+    other.*part += 'x';
+    EXPECT_FALSE(vosk::same_recording(one, other));
+  }
+}
+
+TEST(JournalEntry, IsReadAsFarAsItIsOne) {
+  struct {
+    const char *line;
+    const char *message;  // null: it is none
+  } const rows[] = {
+      {R"({"MESSAGE":"x"})", "x"},
+      {"{\t\"MESSAGE\" :\t\"x\"}", "x"},
+      {R"({"MESSAGE":"\u20ac\u00e4\u0041\ue000"})", "€äA\xEE\x80\x80"},
+      {R"({"MESSAGE":"\ud83d\ude00"})", "😀"},
+      {R"({"MESSAGE":"\ud83d!"})", "\xED\xA0\xBD!"},
+      {R"({"MESSAGE":"\ude00"})", "\xED\xB8\x80"},
+      {R"({"MESSAGE":[]})", ""},
+      {R"({"MESSAGE":[65, 66]})", "AB"},
+      {R"({"MESSAGE":7,"_PID":})", "7"},
+      {R"({"MESSAGE":"x","_PID")", "x"},
+      {R"({"MESSAGE":"x",7})", "x"},
+      {R"({"MESSAGE" "x"})", nullptr},
+      {R"({"MESSAGE":"x)", nullptr},
+      {R"({"MESSAGE":")", nullptr},
+      {R"({"MESSAGE":7)", nullptr},
+      {R"({"MESSAGE":,)", nullptr},
+      {R"({"MESSAGE":"\)", nullptr},
+      {R"({"MESSAGE":"\n)", nullptr},
+      {R"({"MESSAGE":"\q"})", nullptr},
+      {R"({"MESSAGE":"\u12)", nullptr},
+      {R"({"MESSAGE":"\uxyzw"})", nullptr},
+      {R"({"MESSAGE":"\u12zw"})", nullptr},
+      {R"({"MESSAGE":"\ud83d\u00"})", nullptr},
+      {R"({"MESSAGE":"\ud83d\u0041"})", nullptr},
+      {R"({"MESSAGE":"\ud83d\uffff"})", nullptr},
+      {R"({"MESSAGE":[x]})", nullptr},
+      {R"({"MESSAGE":[256]})", nullptr},
+      {R"({"MESSAGE":[1 2]})", nullptr},
+      {R"(["MESSAGE"])", nullptr},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.line);
+    const auto entry = vosk::parse_journal_entry(row.line, "");
+    ASSERT_EQ(entry.has_value(), row.message != nullptr);
+    if (entry) {
+      EXPECT_EQ(entry->message, row.message);
+    }
+  }
+}
+
 TEST(LogRecord, KeepsALocationWhosePartsCannotBeTold) {
   const auto location = [](const std::string &text) {
     return parse("(Recorded using libqx_vosk.a cv 2" + kFields + text);
@@ -139,10 +206,11 @@ TEST(LogRecord, KeepsALocationWhosePartsCannotBeTold) {
 }
 
 TEST(LogRecord, IsNotSeenInOtherLines) {
-  for (const std::string line :
-       {"", "{", "{}", "{\"MESSAGE\":[1,2", "(Recorded using libqx_vosk.a cv 2",
-        "(Recorded using libqx_vosk.a cv x):::Error ID: ", "{\"MESSAGE\":[300]}",
-        "{\"MESSAGE\":\"(Recorded using libqx_vosk.a cv \"}", "(recorded using libqx_vosk.a cv 2):::Error ID: "})
+  for (const std::string line : {"", "{", "{}", "{\"MESSAGE\":[1,2", "(Recorded using libqx_vosk.a cv 2",
+                                 "(Recorded using libqx_vosk.a cv x):::Error ID: ", "{\"MESSAGE\":[300]}",
+                                 "{\"MESSAGE\":\"(Recorded using libqx_vosk.a cv \"}",
+                                 "{\"x\":\"(Recorded using libqx_vosk.a cv 2\",\"MESSAGE\":\"m\"}",
+                                 "(recorded using libqx_vosk.a cv 2):::Error ID: "})
     EXPECT_FALSE(parse(line).has_value()) << line;
 }
 

@@ -65,6 +65,7 @@ TEST_F(Moment, IsReadAsUsersTypeIt) {
       {"2d ago", 1699827200, 250000},
       {"2023-07-22 06:26:40", 1690000000, 0},
       {"2024-02-29", 1709161200, 0},
+      {"2023-11-14 23:59:60", 1700002800, 0},
   };
   for (const auto &row : rows) {
     const auto at = vosk::parse_moment(row.text, zone::local, kNow);
@@ -74,6 +75,19 @@ TEST_F(Moment, IsReadAsUsersTypeIt) {
   }
   EXPECT_EQ(vosk::parse_moment("2023-11-14 22:13:20", zone::utc, kNow)->seconds, 1700000000);
   EXPECT_EQ(vosk::parse_moment("today", zone::utc, kNow)->seconds, 1699920000);
+}
+
+TEST_F(Moment, IsShownInAZoneBehind) {
+  setenv("TZ", "EST5", 1);
+  tzset();
+  EXPECT_EQ(vosk::time_text(1700000000, 0, zone::local), "2023-11-14 17:13:20.000000 -0500");
+}
+
+TEST_F(Moment, IsANumberWhereNoCalendarReaches) {
+  constexpr std::int64_t kNever = INT64_MAX;
+  EXPECT_EQ(vosk::time_text(kNever, 0, zone::local), "@9223372036854775807");
+  EXPECT_EQ(vosk::utc_time_text(kNever, 0), "@9223372036854775807");
+  for (const char *text : {"today", "23:13"}) EXPECT_FALSE(vosk::parse_moment(text, zone::utc, {kNever, 0})) << text;
 }
 
 TEST_F(Moment, IsRefusedWhereItIsNone) {
@@ -90,6 +104,24 @@ TEST_F(Moment, IsRefusedWhereItIsNone) {
                            "2023-11-14 23:13:20.",
                            "2023-11-14 23:13:20 CET",
                            "2023-11-14x",
+                           "20x3-11-14",
+                           "2023-x1-14",
+                           "2023-11/14",
+                           "2023-11-",
+                           "2023-11-00",
+                           "2023-11-32",
+                           "2023-02-30 23:13Z",
+                           "2023-11-14 23:13:",
+                           "2023-11-14 23:13:20.5x",
+                           "2023-11-14 23:13 +",
+                           "2023-11-14 23:13 +01",
+                           "2023-11-14 23:13 +24:00",
+                           "2023-11-14 23:13 +01:60",
+                           "2023-11-14 23:13 0100",
+                           "23:13 0100",
+                           "@5.",
+                           "@5x",
+                           "x ago",
                            "1:2",
                            "-",
                            "-x",

@@ -92,6 +92,7 @@ TEST(Description, PutsEveryTypeOfArgumentIn) {
       {"%2$s %1$s", {text("a"), text("b")}, "b a"},
       {"%f %.1e", {number(6, bits_of(1.5)), number(6, bits_of(1e10))}, "1.500000 1.0e+10"},
       {"%c", {number(8, 'c')}, "c"},
+      {"%Lf", {number(6, bits_of(1.5))}, "1.500000"},
       {"%p", {number(7, 0x1234)}, "0x1234"},
       {"%*d|%.*s", {number(1, 4), number(1, 7), number(1, 2), text("abc")}, "   7|ab"},
       {"%hhd %hd", {number(1, 300), number(1, 70000)}, "44 4464"},
@@ -110,6 +111,13 @@ TEST(Description, ShowsTheTextAsItStandsWhereTheArgumentsAreOthers) {
       {"%d %d", {number(1, 5)}},
       {"none", {number(1, 5)}},
       {"%n", {number(7, 0)}},
+      {"%u", {number(1, 5)}},
+      {"%ld", {number(1, 5)}},
+      {"%lu", {number(1, 5)}},
+      {"%f", {number(1, 5)}},
+      {"%c", {number(1, 5)}},
+      {"%p", {number(1, 5)}},
+      {"%2$d", {number(1, 5), number(1, 5)}},
       {"%s %2$s", {text("a"), text("b")}},
       {"%2$s", {text("a"), text("b")}},
       {"100% of %s", {text("a")}},
@@ -165,7 +173,7 @@ TEST(Description, TakesTheCataloguesTextOnlyIfItsConversionsAreThoseOfTheDefault
     EXPECT_EQ(chmod((dir / "out").c_str(), 0666), 0);
     const pid_t child = fork();
     if (child == 0) {
-      if (user != geteuid() && setresuid(user, user, user) != 0) _exit(1);
+      if (user != geteuid() && setresuid(user, user, 0) != 0) _exit(1);
       setenv("NLSPATH", (dir / "%N").c_str(), 1);
       std::string all;
       vosk::describer descriptions;

@@ -14,8 +14,8 @@
 #include "support/sandbox.h"
 #include "tools/tool.h"
 
-using nlohmann::json;
 using testing::HasSubstr;
+using tool::json;
 
 namespace {
 
@@ -40,7 +40,7 @@ json line_of(const std::vector<json> &lines, const std::string &path) {
   for (const json &line : lines)
     if (line["file"] == path) return line;
   ADD_FAILURE() << path << " is not listed";
-  return json::object();
+  return nullptr;
 }
 
 // Makes this process the owner of the environment of one stack after the other.
@@ -151,7 +151,7 @@ TEST(List, TellsStoppedStacksFromGoodOnesAsTheNextPushDoes) {
     for (const std::string &path : *names) {
       use_stack(path);
       const int code = push_small();
-      const bool taken = line_of(lines, path)["next_push_taken"];
+      const bool taken = line_of(lines, path)["next_push_taken"] == true;
       ASSERT_EQ(code, taken ? 0 : 24) << path;
       EXPECT_TRUE(taken || names == &stopped) << path;
     }

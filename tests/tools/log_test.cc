@@ -11,10 +11,10 @@
 #include "tools/log_daemons.h"
 #include "tools/tool.h"
 
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using tool::json;
 
 namespace {
 
@@ -42,7 +42,7 @@ struct shown {
   // The values of one kind of evidence.
   std::vector<json> facts(const std::string &name) const {
     std::vector<json> values;
-    for (const json &fact : verdict["evidence"])
+    for (const json &fact : verdict["evidence"].elements())
       if (fact.contains(name)) values.push_back(fact[name]);
     return values;
   }
@@ -127,7 +127,7 @@ TEST_F(Log, OfARealDaemonIsFoundShownAndTraced) {
   const json &record = s.lines[1];
   EXPECT_EQ(record["type"], "log_record");
   EXPECT_EQ(record["log"], "/var/log/syslog");
-  EXPECT_EQ(json(s.facts("line")), json::array({record["log_line"]}));
+  EXPECT_EQ(s.facts("line"), std::vector<json>{record["log_line"]});
   EXPECT_EQ(record["identifier"], db);
   EXPECT_EQ(record["associated"], disk);
   EXPECT_EQ(record["process"], "order service");
@@ -157,9 +157,8 @@ TEST_F(Log, OfARealDaemonIsFoundShownAndTraced) {
   std::vector<std::string> tree;
   for (const json &line : tool::json_lines(tool::run({"vosk", "trace", "--json", web}).out)) {
     EXPECT_EQ(line["type"], "trace");
-    tree.push_back(
-        std::to_string(line["depth"].get<int>()) + (line["records"].empty() ? "log " : "stack ") +
-        (line["records"].empty() ? line["log_records"] : line["records"])[0]["identifier"].get<std::string>());
+    tree.push_back(std::to_string(line["depth"].number()) + (line["records"].empty() ? "log " : "stack ") +
+                   (line["records"].empty() ? line["log_records"] : line["records"])[0]["identifier"].text());
     EXPECT_EQ(line["depth"] == 0, line["follows_from"].is_null());
   }
   EXPECT_THAT(tree, ElementsAre("0stack " + disk, "1log " + db, "2stack " + app, "3log " + web));
@@ -224,7 +223,8 @@ TEST_F(Log, IsNotSearchedForAStacksIdentifier) {
 TEST_F(Log, IsTheJournalOrTheUsualFiles) {
   const std::string in_journal = log_eid(kStart), in_file = log_eid(kStart + 1);
   std::string entry = log_line(in_journal, "", "m");
-  entry = json({{"MESSAGE", entry.substr(entry.find('(')).substr(0, entry.size() - entry.find('(') - 1)}}).dump();
+  const std::string message = entry.substr(entry.find('('), entry.size() - entry.find('(') - 1);
+  entry = "{\"MESSAGE\":" + json(message).dump() + "}";
   const journalctl stand_in("cat <<'END'\n" + entry + "\nEND\n");
   ASSERT_TRUE(files::write("/var/log/syslog.1", log_line(in_file, "", "m")));
   EXPECT_THAT(show({in_journal}).facts("log"), ElementsAre("journal"));

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <regex>
 #include <set>
 #include <sstream>
 
+#include "dev/run_shell.h"
 #include "support/files.h"
 #include "tools/tool.h"
 
@@ -36,10 +36,8 @@ tool::result shell(const std::string &command) {
 }
 
 std::set<std::string> all_matches(const std::string &text, const std::string &pattern) {
-  const std::regex regex(pattern);
-  std::set<std::string> found;
-  for (std::sregex_iterator at(text.begin(), text.end(), regex), end; at != end; ++at) found.insert((*at)[1]);
-  return found;
+  const std::vector<std::string> found = vk::test::all_groups(text, pattern);
+  return {found.begin(), found.end()};
 }
 
 std::string help_of(const std::string &verb) {

@@ -20,8 +20,8 @@
 #include "support/sandbox.h"
 #include "tools/tool.h"
 
-using nlohmann::json;
 using testing::HasSubstr;
+using tool::json;
 
 namespace {
 
@@ -101,15 +101,15 @@ std::vector<json> prune(std::vector<std::string> options, int status = 0) {
 // What became of a file: "removed", or why it was kept.
 std::string fate(const std::vector<json> &lines, const std::string &path) {
   for (const json &line : lines)
-    if (line.value("file", "") == path)
-      return line["action"] == "kept" ? line["because"].get<std::string>() : line["action"].get<std::string>();
+    if (line.contains("file") && line["file"] == path)
+      return line["action"] == "kept" ? line["because"].text() : line["action"].text();
   return "not named";
 }
 
 std::vector<std::string> removed(const std::vector<json> &lines) {
   std::vector<std::string> paths;
   for (const json &line : lines)
-    if (line.value("action", "") == "removed") paths.push_back(line["file"]);
+    if (line.contains("action") && line["action"] == "removed") paths.push_back(line["file"]);
   return paths;
 }
 

@@ -36,11 +36,11 @@ class Push : public testing::TestWithParam<std::string> {
 INSTANTIATE_TEST_SUITE_P(Shells, Push, testing::ValuesIn(shells::kAll), [](const auto &shell) { return shell.param; });
 
 // The records of all stacks, by their description.
-std::map<std::string, nlohmann::json> records() {
-  std::map<std::string, nlohmann::json> all;
+std::map<std::string, tool::json> records() {
+  std::map<std::string, tool::json> all;
   const tool::result r = tool::run({"vosk", "report", "--json"});
   EXPECT_EQ(r.status, 0) << r.err;
-  for (const nlohmann::json &line : tool::json_lines(r.out))
+  for (const tool::json &line : tool::json_lines(r.out))
     if (line["type"] == "record") {
       EXPECT_TRUE(all.emplace(line["description"], line).second) << line["description"] << " is there twice";
     }
@@ -119,15 +119,15 @@ TEST_P(Push, RecordsInEveryFormOfTheShell) {
   }
   EXPECT_EQ(printed.size(), tried.size() + 1);
 
-  std::map<std::string, std::vector<nlohmann::json>> found;
+  std::map<std::string, std::vector<tool::json>> found;
   const tool::result report = tool::run({"vosk", "report", "--json"});
   EXPECT_EQ(report.status, 0) << report.err;
-  for (const nlohmann::json &record : tool::json_lines(report.out))
+  for (const tool::json &record : tool::json_lines(report.out))
     if (record["type"] == "record") found[record["description"]].push_back(record);
   for (const form *one : tried) {
     SCOPED_TRACE(one->name);
     ASSERT_EQ(found[one->name].size(), one->name == std::string("xargs at once") ? 2u : 1u);
-    for (const nlohmann::json &record : found[one->name]) {
+    for (const tool::json &record : found[one->name]) {
       EXPECT_TRUE(printed.contains(record["identifier"]));
       EXPECT_THAT(std::string(record["file"]), HasSubstr("/s." + shell_id + "."));
       EXPECT_EQ(record["source"], "script.sh");
@@ -135,7 +135,7 @@ TEST_P(Push, RecordsInEveryFormOfTheShell) {
       if (one->process != who::either) {
         EXPECT_EQ(own, one->process == who::shell);
       }
-      EXPECT_EQ(record["parent"], own ? 0 : record["pid"].get<int>());
+      EXPECT_EQ(record["parent"], own ? 0 : record["pid"].number());
       EXPECT_THAT(std::string(record["detail"]), Not(IsEmpty()));
     }
   }
@@ -339,7 +339,7 @@ std::map<std::string, std::string> own_environment() {
   std::map<std::string, std::string> environment;
   const std::string id = std::to_string(getpid());
   const auto made = tool::json_lines(tool::run({"vosk", "env", "create", "--json", id}).out).at(0)["variables"];
-  for (const auto &[name, value] : made.items()) environment[name] = value;
+  for (const auto &[name, value] : made.members()) environment[name] = value;
   return environment;
 }
 

@@ -50,7 +50,7 @@ std::string random_text(std::mt19937 &random) {
   return text;
 }
 
-std::string bytes_of(const nlohmann::json &text) {
+std::string bytes_of(const tool::json &text) {
   if (text.is_string()) return text;
   std::string bytes;
   const std::string hex = text["hex"];
@@ -79,7 +79,7 @@ TEST(Recording, ReturnsTenThousandRandomTextsUnchanged) {
         tool::run({"vosk", "report", "--json", "-n", std::to_string(kAtOnce), std::getenv("VOSKSTACK")});
     ASSERT_EQ(report.status, 0) << report.err;
     std::size_t next = 0;
-    for (const nlohmann::json &line : tool::json_lines(report.out)) {
+    for (const tool::json &line : tool::json_lines(report.out)) {
       if (line["type"] != "record") continue;
       ASSERT_LT(next, made.size());
       ASSERT_EQ(line["identifier"], made[next].first);

@@ -52,9 +52,9 @@ std::string script::file(const std::string &name, int lines) const {
   return text;
 }
 
-std::vector<nlohmann::json> records() {
-  std::vector<nlohmann::json> found;
-  for (nlohmann::json &line : tool::json_lines(tool::run({"vosk", "report", "--json"}).out))
+std::vector<tool::json> records() {
+  std::vector<tool::json> found;
+  for (tool::json &line : tool::json_lines(tool::run({"vosk", "report", "--json"}).out))
     if (line["type"] == "record") found.push_back(std::move(line));
   return found;
 }

@@ -28,7 +28,7 @@ class script {
 inline const std::string kWithStack = "eval \"$(vosk env create --name job $$)\"\n";
 
 // The records of all stacks.
-std::vector<nlohmann::json> records();
+std::vector<tool::json> records();
 
 }  // namespace scripts
 

@@ -15,8 +15,8 @@
 #include "tools/reader/verdict.h"
 #include "tools/tool.h"
 
-using nlohmann::json;
 using testing::HasSubstr;
+using tool::json;
 
 namespace {
 
@@ -72,7 +72,7 @@ struct shown {
   json verdict;
   std::vector<json> lines;
   json fact(const char *name) const {
-    for (const json &one : verdict["evidence"])
+    for (const json &one : verdict["evidence"].elements())
       if (one.contains(name)) return one[name];
     return nullptr;
   }
@@ -83,18 +83,15 @@ void expect_text(std::vector<std::string> arguments, const shown &s) {
   arguments.insert(arguments.begin(), {"vosk", "show", "--utc"});
   const tool::result r = tool::run(arguments);
   EXPECT_EQ(r.status, s.status);
-  EXPECT_THAT(r.out, HasSubstr("\n  Verdict         " + s.verdict["verdict"].get<std::string>() + ": "));
-  for (const json &fact : s.verdict["evidence"]) {
-    std::string label = fact.begin().key();
+  EXPECT_THAT(r.out, HasSubstr("\n  Verdict         " + s.verdict["verdict"].text() + ": "));
+  for (const json &fact : s.verdict["evidence"].elements()) {
+    auto [label, value] = fact.members().at(0);
     std::replace(label.begin(), label.end(), '_', ' ');
     label[0] = static_cast<char>(std::toupper(label[0]));
     label = "\n  " + label;
     label.resize(std::max<std::size_t>(label.size(), 19), ' ');
-    const json &value = fact.begin().value();
-    const bool is_time = value.is_string() && value.get<std::string>().ends_with('Z');
-    const std::string text = is_time             ? value.get<std::string>().substr(0, 10)
-                             : value.is_string() ? value.get<std::string>()
-                                                 : value.dump();
+    const bool is_time = value.is_string() && value.text().ends_with('Z');
+    const std::string text = is_time ? value.text().substr(0, 10) : value.is_string() ? value.text() : value.dump();
     EXPECT_THAT(r.out, HasSubstr(label + text));
   }
 }

@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <sstream>
 
 #include "support/files.h"
 
@@ -136,16 +135,6 @@ double milliseconds_of(const std::vector<std::string> &arguments, const std::fun
     best = std::min(best, of_children() - before);
   }
   return best;
-}
-
-std::vector<nlohmann::json> json_lines(const std::string &text) {
-  std::vector<nlohmann::json> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    lines.push_back(nlohmann::json::parse(line, nullptr, false));
-    EXPECT_FALSE(lines.back().is_discarded()) << line;
-  }
-  return lines;
 }
 
 void write_stack(const std::string &path, const builder::bytes &bytes) {

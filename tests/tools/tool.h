@@ -4,11 +4,11 @@
 
 #include <functional>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "reader/builder.h"
+#include "tools/json.h"
 
 namespace tool {
 
@@ -35,9 +35,6 @@ result run(const std::vector<std::string> &arguments, const options &how = {});
 // The processor time of the fastest of several runs, in milliseconds: what a command needs, whatever else this machine
 // does. Each result is handed to `check`.
 double milliseconds_of(const std::vector<std::string> &arguments, const std::function<void(const result &)> &check);
-
-// The lines of `text` as JSON; a line that is none is a failure of the test.
-std::vector<nlohmann::json> json_lines(const std::string &text);
 
 // Writes a stack file.
 void write_stack(const std::string &path, const builder::bytes &bytes);

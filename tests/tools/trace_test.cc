@@ -10,9 +10,9 @@
 #include "support/sandbox.h"
 #include "tools/tool.h"
 
-using nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using tool::json;
 
 namespace {
 
@@ -55,8 +55,8 @@ std::vector<std::string> tree_of(const std::string &dir, const std::string &eid)
     if (line["type"] != "trace") continue;
     std::string name = line["repeated"] == true ? "=" : line["records"].empty() ? "?" : "";
     if (name.empty())
-      for (const json &record : line["records"]) name += record["process"].get<std::string>();
-    tree.push_back(std::to_string(line["depth"].get<int>()) + name);
+      for (const json &record : line["records"].elements()) name += record["process"].text();
+    tree.push_back(std::to_string(line["depth"].number()) + name);
   }
   return tree;
 }
