@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <vector>
 

@@ -3,7 +3,6 @@
 
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <vector>
 
 #include "dev/run_shell.h"
@@ -19,10 +18,7 @@ static const std::string kExamples = QX_BINARY_DIR "/bin/examples/";
 
 // The identifiers that a program has shown, in order.
 static std::vector<std::string> identifiers(const std::string &text) {
-  static const std::regex line("2615-000 ([./0-9A-Za-z]{42})\n");
-  std::vector<std::string> found;
-  for (std::sregex_iterator at(text.begin(), text.end(), line), end; at != end; ++at) found.push_back((*at)[1]);
-  return found;
+  return vk::test::all_groups(text, "2615-000 ([./0-9A-Za-z]{42})\n");
 }
 
 static std::string only_stack() {
