@@ -296,3 +296,43 @@ TEST(NextPush, IsForetoldAsTheModelThenTakesIt) {
   EXPECT_GT(taken, 50u);
   EXPECT_GT(refused, 50u);
 }
+
+// Headers as nobody checks them: whether a recording goes through is decided by its own steps.
+TEST(NextPush, IsForetoldForHeadersOfEveryKind) {
+  const std::string past = "the last record ran past the end of the file, so the recording position is 16386",
+                    invalid = "the header is not valid";
+  struct {
+    const char *what;
+    vosk::stack_header header;  // version, init, recording, earliest, size, wrapped
+    std::string reason;         // empty: it is taken
+  } const rows[] = {
+      {"as it should be", {0, 24, 9000, 9000, 16384, 1}, ""},
+      {"past the end", {0, 24, 16386, 24, 16384, 1}, past},
+      {"past the end, and damaged", {0, 25000, 16386, 24, 16384, 1}, invalid},
+      {"a foreign version", {8, 24, 9000, 9000, 16384, 1}, ""},
+      {"the last foreign version", {56, 24, 9000, 9000, 16384, 1}, ""},
+      {"no version", {12, 24, 9000, 9000, 16384, 1}, invalid},
+      {"no version any more", {64, 24, 9000, 9000, 16384, 1}, invalid},
+      {"a length that the file ends in",
+       {0, 24, 8190, 8190, 16384, 1},
+       "reclamation reads 65535 at offset 8190 as a record's length, which leads past the end of the file"},
+      {"foreign, and written before the file", {8, 24, -5, 24, 16384, 0}, invalid},
+      {"foreign, and wrapped to before it", {8, -5, 16384, 24, 16384, 0}, invalid},
+      {"foreign, and cleared before it", {8, 24, 9000, -2, 16384, 1}, invalid},
+      {"foreign, and nothing to clear before it", {8, -5, 9000, -2, 16384, 0}, ""},
+      {"foreign, and of any size",
+       {8, 24, 8190, 8190, 2000000000, 1},
+       "reclamation reads 65535 at offset 8190 as a record's length, which leads past the end of the file"},
+  };
+  vosk::stack file;
+  file.kind = vosk::file_kind::stack;
+  file.bytes.assign(8192, 0);
+  file.bytes[8190] = file.bytes[8191] = 0xFF;
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    file.header = row.header;
+    const vosk::push_outlook outlook = vosk::next_push(file);
+    EXPECT_EQ(outlook.reason, row.reason);
+    EXPECT_EQ(outlook.taken(), row.reason.empty());
+  }
+}

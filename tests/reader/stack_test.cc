@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 #include "reader/builder.h"
 
@@ -372,4 +374,139 @@ TEST(Stack, KeepsShowingARecordWhoseFieldsDoNotEndAtItsLength) {
   ASSERT_EQ(stack.damages.size(), 1u);
   EXPECT_EQ(stack.damages[0].field, "fields");
   EXPECT_EQ(stack.damages[0].offset, stack.records[1].offset);
+}
+
+TEST(Stack, IsOneBeforeItsFirstRecord) {
+  const vosk::stack stack = read(builder::model().file());
+  EXPECT_EQ(stack.kind, vosk::file_kind::stack);
+  EXPECT_THAT(damages(stack), IsEmpty());
+  EXPECT_THAT(stack.records, IsEmpty());
+}
+
+// Such a header alone makes a file a stack, if all but one of its fields are right.
+TEST(Stack, IsOneByItsHeaderUnlessTwoFieldsAreWrong) {
+  builder::bytes file(9000);
+  builder::put_header(file, {});
+  EXPECT_EQ(read(file).kind, vosk::file_kind::stack) << "another size";
+  file[0] = 1;
+  EXPECT_EQ(read(file).kind, vosk::file_kind::other) << "another size and version";
+  file.resize(8192);
+  EXPECT_EQ(read(file).kind, vosk::file_kind::stack) << "another version";
+}
+
+TEST(Stack, NamesAPositionAtTheEndOfAnOlderRecord) {
+  builder::bytes file = builder::never_wrapped_file();
+  const vosk::stack before = read(file);
+  const auto third_end = static_cast<std::int32_t>(before.records[2].end());
+  std::memcpy(file.data() + 8, &third_end, sizeof third_end);
+  const vosk::stack stack = read(file);
+  EXPECT_THAT(damages(stack), ElementsAre("8 recording position: " + std::to_string(third_end) + ", allowed " +
+                                          std::to_string(before.records[5].end())));
+  EXPECT_FALSE(stack.wrapped);
+}
+
+// The first record is the newest one.
+TEST(Stack, JudgesTheOffsetsOfAWrappedFileByWhatLiesThere) {
+  builder::record newest, other;
+  newest.at(1700000100, 0);
+  other.at(1700000000, 0);
+  const builder::bytes one = builder::record_bytes(newest), two = builder::record_bytes(other);
+  const auto size = static_cast<std::int32_t>(one.size());
+  ASSERT_GT(size, 200);
+  struct {
+    const char *what;
+    std::int32_t first, second;  // where the records start; 0: not there
+    std::int32_t cleared_to;     // from the start on
+    std::int32_t recording, earliest;
+    std::vector<std::string> damages;
+  } const rows[] = {
+      {"the newest record is cleared in part", 24, 0, 24 + size - 10, 24 + size, 24 + size - 10, {}},
+      {"the same, and the offset was not moved",
+       24,
+       0,
+       24 + size - 10,
+       24 + size,
+       24,
+       {"8 recording position: " + std::to_string(24 + size) + ", allowed the end of a record"}},
+      {"an offset in the newest record, behind cleared room", 100, 0, 0, 100 + size, 250, {}},
+      {"an offset in the newest record, and nothing is cleared",
+       24,
+       0,
+       0,
+       24 + size,
+       150,
+       {"12 earliest record offset: 150, allowed 24, or behind the recording position"}},
+      {"an offset in a record that is not linked",
+       24,
+       24 + size,
+       0,
+       24 + size,
+       24 + size + 50,
+       {"12 earliest record offset: " + std::to_string(24 + size + 50) + ", allowed not inside a record"}},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    builder::bytes file(8192);
+    std::copy(one.begin(), one.end(), file.begin() + row.first);
+    if (row.second != 0) std::copy(two.begin(), two.end(), file.begin() + row.second);
+    if (row.cleared_to != 0) std::fill(file.begin() + 24, file.begin() + row.cleared_to, 0);
+    builder::put_header(file, {.recording = row.recording, .earliest = row.earliest, .wrapped = 1});
+    const vosk::stack stack = read(file);
+    EXPECT_EQ(damages(stack), row.damages);
+    EXPECT_TRUE(stack.wrapped);
+  }
+}
+
+// Without a position to go by, the oldest record is behind the widest step back in time.
+TEST(Stack, OrdersByTheWidestStepBackWhereThePositionIsDamaged) {
+  builder::model m;
+  for (const std::uint64_t at : {200, 300, 100, 150, 140, 160}) {
+    builder::record r;
+    r.at(1700000000 + at, 0).detail = std::to_string(at);
+    ASSERT_TRUE(m.push(builder::record_bytes(r)));
+  }
+  builder::bytes file = m.file();
+  builder::put_header(file, {.recording = 20000, .wrapped = 1});
+  EXPECT_THAT(details(read(file)), ElementsAre("100", "150", "140", "160", "200", "300"));
+  // At the end of a file that can take no more, the first one is the newest, which is not linked yet.
+  builder::put_header(file, {.recording = m.control().recording, .size = INT32_MIN, .wrapped = 1});
+  EXPECT_THAT(details(read(file)), ElementsAre("300", "100", "150", "140", "160", "200"));
+}
+
+TEST(Stack, NamesEveryInodeThatADamagedFieldCanHaveHad) {
+  builder::model m;
+  builder::record r;
+  for (unsigned i = 0; i < 5; ++i)
+    ASSERT_TRUE(m.push(builder::record_bytes(r.at(1700000000 + i, 0, i < 3 ? 500 : 600))));
+  builder::bytes file = m.file();
+  const std::size_t second = 24 + builder::record_bytes(r).size();
+  file[second + 13] = 'z';
+  EXPECT_THAT(damages(read(file, 600)),
+              testing::Contains(std::to_string(second + 13) +
+                                " i-node field of the identifier: z5...., allowed M7.... or o5...."));
+}
+
+// A record without an identifier whose fields and length disagree is one only where it follows something known.
+TEST(Stack, ShowsADamagedRecordWithoutIdentifierOnlyWhereItCanBeOne) {
+  builder::record without;
+  without.eid.clear();
+  without.detail = "damaged";
+  builder::bytes damaged = builder::record_bytes(without);
+  damaged.back() = 'x';  // the last terminator
+  const builder::bytes whole = builder::record_bytes({});
+  for (const std::size_t gap : {0u, 50u}) {
+    SCOPED_TRACE(gap);
+    builder::bytes file(8192);
+    std::copy(whole.begin(), whole.end(), file.begin() + 24);
+    const auto at = 24 + static_cast<std::ptrdiff_t>(whole.size());
+    std::fill_n(file.begin() + at, gap, 1);
+    std::copy(damaged.begin(), damaged.end(), file.begin() + at + static_cast<std::ptrdiff_t>(gap));
+    const auto end = static_cast<std::int32_t>(at + static_cast<std::ptrdiff_t>(gap + damaged.size()));
+    builder::put_header(file, {.recording = end});
+    const vosk::stack stack = read(file);
+    EXPECT_EQ(stack.records.size(), gap == 0 ? 2u : 1u);
+    ASSERT_EQ(stack.damages.size(), 1u);
+    EXPECT_EQ(stack.damages[0].field, gap == 0 ? "fields" : "records");
+    EXPECT_EQ(stack.damages[0].offset, static_cast<std::size_t>(at));
+  }
 }

@@ -11,6 +11,9 @@ namespace vosk {
 namespace {
 
 constexpr std::int64_t kSmallBody = 160;
+// Where a file of a foreign version ends for a recording.
+constexpr std::int32_t kForeignEnd = layout::kMaxFileSize + static_cast<std::int32_t>(layout::kOverrun);
+constexpr char kInvalid[] = "the header is not valid";
 
 // What a recording reads at `offset`: bytes behind the end count as zero.
 std::int64_t length_at(byte_span bytes, std::int64_t offset) {
@@ -22,12 +25,15 @@ std::int64_t length_at(byte_span bytes, std::int64_t offset) {
 
 // The same steps as a recording's, for the room that it asks for: 4 bytes less than a record occupies.
 push_outlook play(std::vector<unsigned char> bytes, const stack_header &header) {
-  const std::int64_t need = kSmallBody + 4, size = header.file_size, recording = header.recording_position,
-                     earliest = header.earliest_record;
-  const bool wraps = need > size - recording;
-  if (!wraps && header.wrapped != 1) return {};
-  std::int64_t cleared = wraps ? 0 : std::max<std::int64_t>(earliest - recording, 0);
+  const std::int64_t need = kSmallBody + 4, recording = header.recording_position, earliest = header.earliest_record;
+  const bool wraps = need > header.file_size - recording, clears = wraps || header.wrapped == 1;
+  const std::int64_t written_at = wraps ? header.init_offset : recording;
   std::int64_t offset = wraps ? header.init_offset : earliest;
+  // Of a foreign version nothing in the header was checked.
+  if (written_at < 0 || (clears && offset < 0)) return {obstacle::header, kInvalid};
+  if (!clears) return {};
+  const std::int64_t size = header.version == 0 ? header.file_size : std::min(header.file_size, kForeignEnd);
+  std::int64_t cleared = wraps ? 0 : std::max<std::int64_t>(earliest - recording, 0);
   while (cleared <= need) {
     const std::int64_t length = length_at(bytes, offset);
     if (length == 0) return {};
@@ -38,7 +44,7 @@ push_outlook play(std::vector<unsigned char> bytes, const stack_header &header) 
                                          " as a record's length, which leads past the end of the file"};
     // `next` is not beyond the file size; the file itself can be shorter.
     const auto end = std::min<std::int64_t>(next, static_cast<std::int64_t>(bytes.size()));
-    if (offset < end) std::fill(bytes.begin() + offset, bytes.begin() + end, 0);
+    std::fill(bytes.begin() + offset, bytes.begin() + end, 0);
     cleared += step;
     offset = next;
   }
@@ -60,7 +66,7 @@ push_outlook next_push(const stack &file) {
       return {obstacle::reclamation, "the last record ran past the end of the file, so the recording position is " +
                                          std::to_string(file.header.recording_position)};
   }
-  return {obstacle::header, "the header is not valid"};
+  return {obstacle::header, kInvalid};
 }
 
 }  // namespace vosk

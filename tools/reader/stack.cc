@@ -29,7 +29,7 @@ std::vector<record>::iterator oldest(std::vector<record> &records, const stack_h
                         [&](const record &r) { return std::cmp_greater_equal(r.offset, header.recording_position); });
   auto found = records.begin();
   std::int64_t widest = 0;
-  for (auto at = records.begin(); at != records.end() && at + 1 != records.end(); ++at) {
+  for (auto at = records.begin(); at + 1 != records.end(); ++at) {
     if (!made_later(*at, *(at + 1)) || at->id->seconds - (at + 1)->id->seconds < widest) continue;
     widest = at->id->seconds - (at + 1)->id->seconds;
     found = at + 1;
@@ -43,7 +43,8 @@ bool is_unlinked(std::vector<record>::const_iterator first, const std::vector<re
                  const stack_header &header, bool position_trusted) {
   if (!position_trusted) return false;
   if (first == records.begin())
-    return header.recording_position > header.file_size - layout::kMostNeed && made_later(*first, records.back());
+    return header.recording_position > std::int64_t{header.file_size} - layout::kMostNeed &&
+           made_later(*first, records.back());
   return std::cmp_equal(first->offset, header.recording_position) && made_later(*first, *(first - 1));
 }
 
@@ -57,7 +58,7 @@ void order_by_age(std::vector<record> &records, const stack_header &header, bool
 
 void find_inode(stack &result) {
   for (const record &r : result.records)
-    if (r.id && r.id->where == location::stack) result.inode = r.id->inode;
+    if (r.id) result.inode = r.id->inode;
 }
 
 }  // namespace

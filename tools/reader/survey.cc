@@ -118,8 +118,7 @@ class surveyor {
       }
       record found;
       const std::size_t next = next_record(at), end = at + layout::kPrefixSize + load_u32(bytes_, at);
-      const bool ends_well =
-          at + layout::kFieldsAt <= end && end <= next && (whole || end == next || is_recording_position(end));
+      const bool ends_well = end <= next && (whole || end == next || is_recording_position(end));
       if (!ends_well) continue;
       if (whole) {
         if (!whole_record(bytes_, at, found) || !has_origin(found)) continue;
