@@ -10,10 +10,12 @@
 #include <csignal>
 #include <functional>
 #include <map>
+#include <set>
 
 #include "qx_vosk.h"
 #include "support/files.h"
 #include "support/sandbox.h"
+#include "tools/reader/watcher.h"
 #include "tools/tool.h"
 
 namespace {
@@ -98,6 +100,13 @@ void expect_each_once(const std::map<std::string, int> &printed, const std::vect
     EXPECT_TRUE(found != printed.end() && found->second == 1) << eid;
     if (testing::Test::HasFailure()) break;
   }
+}
+
+// The paths that come next.
+std::set<std::string> changes(vosk::watcher &watcher) {
+  std::set<std::string> changed;
+  EXPECT_TRUE(watcher.wait(changed, -1));
+  return changed;
 }
 
 }  // namespace
@@ -213,4 +222,57 @@ TEST(Follow, EndsQuietlyWhenNobodyReadsAnyMore) {
 TEST(Follow, IsRefusedTogetherWithTheReverseOrder) {
   EXPECT_EQ(tool::run({"vosk", "report", "-f", "-r"}).status, 2);
   EXPECT_EQ(tool::run({"vosk", "report", "--new"}).status, 2);
+}
+
+TEST(Watcher, ReportsWhatLiesInItsPlaces) {
+  const files::TemporaryDirectory dir;
+  const std::string top = dir.path(), inner = dir / "inner", job = dir / "job";
+  ASSERT_EQ(mkdir(inner.c_str(), 0755), 0);
+  struct {
+    const char *what;
+    std::vector<std::string> places;
+    int depth;
+    std::vector<std::string> written;
+    std::set<std::string> reported;
+  } const rows[] = {
+      {"a directory", {top}, 0, {job}, {job}},
+      {"the same with a slash", {top + "/"}, 0, {job}, {job}},
+      {"a file", {job}, 0, {job + "2", dir / "other", job}, {job}},
+      {"a file below a directory that is not looked into",
+       {top, inner + "/job"},
+       0,
+       {inner + "/other", inner + "/job"},
+       {inner + "/job"}},
+      {"a directory that is looked into", {top}, 1, {inner + "/other"}, {inner + "/other"}},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
+    vosk::watcher watcher(row.places, row.depth);
+    for (const std::string &path : row.written) ASSERT_TRUE(files::write(path, "x"));
+    EXPECT_EQ(changes(watcher), row.reported);
+  }
+}
+
+// Whatever comes and goes beside them.
+TEST(Watcher, ReportsFilesThatChangedAndNoOthers) {
+  const files::TemporaryDirectory dir;
+  ASSERT_TRUE(files::write(dir / "one", "x"));
+  vosk::watcher watcher({dir / "one", dir / "two"}, 0);
+  ASSERT_EQ(unlink((dir / "one").c_str()), 0);
+  ASSERT_EQ(mkdir((dir / "beside").c_str(), 0755), 0);
+  ASSERT_TRUE(files::write(dir / "two", "x"));
+  EXPECT_EQ(changes(watcher), std::set<std::string>{dir / "two"});
+}
+
+TEST(Watcher, SeesEveryChangeWithoutNotifications) {
+  const files::TemporaryDirectory dir;
+  for (const char *name : {"same", "longer", "later", "another", "instead"}) ASSERT_TRUE(files::write(dir / name, "x"));
+  const timespec times[2] = {{1700000000, 0}, {1700000000, 0}};
+  for (const char *name : {"another", "instead"}) ASSERT_EQ(utimensat(AT_FDCWD, (dir / name).c_str(), times, 0), 0);
+  vosk::watcher watcher({dir.path()}, 0, false);
+  EXPECT_EQ(changes(watcher).size(), 5u) << "they may have changed since the first look";
+  ASSERT_TRUE(files::write(dir / "longer", "xy"));
+  ASSERT_EQ(utimensat(AT_FDCWD, (dir / "later").c_str(), times, 0), 0);
+  ASSERT_EQ(rename((dir / "instead").c_str(), (dir / "another").c_str()), 0);
+  EXPECT_EQ(changes(watcher), (std::set<std::string>{dir / "longer", dir / "later", dir / "another"}));
 }

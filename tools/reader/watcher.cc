@@ -60,7 +60,7 @@ watcher::watcher(std::vector<std::string> places, int depth, bool notified)
       notifications_(notified ? inotify_init1(IN_NONBLOCK | IN_CLOEXEC) : -1) {
   std::set<std::string> ignored;
   watch_all(ignored);
-  look_again(ignored, false);
+  look_again(ignored);
 }
 
 bool watcher::watch(const std::string &directory) {
@@ -76,15 +76,18 @@ bool watcher::watch(const std::string &directory) {
 // Watches a directory and those in it; whatever is in a directory that was not watched before has changed. Each is
 // watched before it is looked into, so that nothing comes between.
 void watcher::watch_below(const std::string &directory, std::set<std::string> &changed) {
-  const bool known = watched_.count(directory) != 0;
-  if (!watch(directory)) polling_ = true;
   std::set<std::string> fresh;
   const auto enter = [&](const std::string &inner) {
-    if (watched_.count(inner) == 0) fresh.insert(inner);
-    if (!watch(inner)) polling_ = true;
+    const bool known = watched_.count(inner) != 0;
+    if (!watch(inner))
+      polling_ = true;
+    else if (!known)
+      fresh.insert(inner);
   };
+  enter(directory);
+  const bool is_fresh = !fresh.empty();
   const auto note = [&](int /*dir*/, const directory_entry &entry, const std::string &path) {
-    if ((!known || fresh.count(parent_of(path)) != 0) && entry.type != DT_DIR) changed.insert(path);
+    if ((is_fresh || fresh.count(parent_of(path)) != 0) && entry.type != DT_DIR) changed.insert(path);
   };
   (void)walk_directory(directory, depth_, note, enter);
 }
@@ -134,7 +137,7 @@ void watcher::take_notifications(std::set<std::string> &changed) {
         directories_changed = true;
       } else if ((event.mask & IN_ISDIR) != 0) {
         directories_changed = true;
-      } else if (event.len > 0 && (event.mask & (IN_MODIFY | IN_CREATE | IN_MOVED_TO)) != 0) {
+      } else if ((event.mask & (IN_MODIFY | IN_CREATE | IN_MOVED_TO)) != 0) {
         std::string path = below(directory->second, name);
         if (is_wanted(path)) changed.insert(std::move(path));
       }
@@ -148,7 +151,7 @@ void watcher::take_notifications(std::set<std::string> &changed) {
   if (directories_changed) watch_all(changed);
 }
 
-void watcher::look_again(std::set<std::string> &changed, bool report) {
+void watcher::look_again(std::set<std::string> &changed) {
   if (!polling_) return;
   const auto look = [&](int dir, const char *name, const std::string &path) {
     struct stat st {};
@@ -156,9 +159,13 @@ void watcher::look_again(std::set<std::string> &changed, bool report) {
     const seen_file now{
         st.st_size, {st.st_mtim.tv_sec, static_cast<std::int32_t>(st.st_mtim.tv_nsec / 1000)}, st.st_ino};
     seen_file &before = seen_[path];
-    if (before == now) return;
+    // Two changes can be so close that their times are the same: after one comes another report.
+    if (before != now)
+      unsettled_.insert(path);
+    else if (unsettled_.erase(path) == 0)
+      return;
     before = now;
-    if (report) changed.insert(path);
+    changed.insert(path);
   };
   for (const std::string &place : places_) {
     const bool is_tree = walk_directory(
@@ -180,7 +187,7 @@ bool watcher::wait(std::set<std::string> &changed, int output) {
     }
     if (polling_) {
       watch_all(changed);
-      look_again(changed, true);
+      look_again(changed);
     }
   }
   return true;

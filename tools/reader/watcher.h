@@ -35,7 +35,7 @@ class watcher {
   bool watch(const std::string &directory);
   void watch_below(const std::string &directory, std::set<std::string> &changed);
   void take_notifications(std::set<std::string> &changed);
-  void look_again(std::set<std::string> &changed, bool report);
+  void look_again(std::set<std::string> &changed);
   bool is_wanted(const std::string &path) const;
 
   std::vector<std::string> places_;
@@ -44,6 +44,7 @@ class watcher {
   std::map<int, std::string> directories_;  // by watch
   std::set<std::string> watched_;           // the same directories
   std::map<std::string, seen_file> seen_;   // where they have to be looked at
+  std::set<std::string> unsettled_;         // those of them that the last look found changed
   bool polling_ = false;                    // some place is not watched
 };
 
