@@ -11,6 +11,7 @@
 #include "reader/builder.h"
 #include "reader/ordinary_text.h"
 #include "tools/reader/identifier_scan.h"
+#include "tools/reader/node.h"
 
 namespace {
 
@@ -41,6 +42,22 @@ TEST(Identifier, IsTakenApart) {
   EXPECT_EQ(id->seconds, 1700000000);
   EXPECT_EQ(id->microseconds, 123456u);
   EXPECT_EQ(id->address->text(), "192.168.1.10");
+}
+
+TEST(Identifier, IsWholeWithItsMicrosecondsAndItsAddress) {
+  EXPECT_TRUE(vosk::is_whole_identifier(kEid));
+  for (const std::string &other :
+       {std::string("x"), kEid.substr(0, 13) + ".7o1" + kEid.substr(17), kEid.substr(0, 41) + "0"})
+    EXPECT_FALSE(vosk::is_whole_identifier(other)) << other;
+}
+
+TEST(Identifier, TellsItsNodeByItsAddress) {
+  const vosk::node_address here{false, {192, 168, 1, 10}}, elsewhere{false, {192, 168, 1, 11}};
+  vosk::identifier id = *vosk::decode_identifier(kEid);
+  EXPECT_EQ(vosk::test_node(id, {elsewhere, here}), vosk::node_test::this_node);
+  EXPECT_EQ(vosk::test_node(id, {elsewhere}), vosk::node_test::other_node);
+  id.address = std::nullopt;
+  EXPECT_EQ(vosk::test_node(id, {elsewhere, here}), vosk::node_test::not_told);
 }
 
 TEST(Identifier, IsTakenApartForEachVersionAndLocation) {

@@ -305,6 +305,24 @@ TEST(LogSource, EndsWhereNoMoreIsWanted) {
   EXPECT_EQ(outcomes[0].result, vosk::outcome::read);
 }
 
+TEST(LogSource, EndsWhereTheRestOfALineIsNotWantedEither) {
+  const files::TemporaryDirectory dir;
+  ASSERT_TRUE(files::write(dir / "a", "one") && files::write(dir / "b", "two\n"));
+  std::string seen;
+  (void)vosk::for_each_log_line({dir / "a", dir / "b"}, [&](const vosk::log_line &line) {
+    seen += line.text;
+    return false;
+  });
+  EXPECT_EQ(seen, "one");
+}
+
+// As those of the kernel do, which are regular files.
+TEST(LogSource, ReadsAFileThatTellsNoSize) {
+  const auto lines = lines_of({"/proc/self/status"});
+  ASSERT_FALSE(lines.empty());
+  EXPECT_THAT(lines[0], testing::StartsWith("status:1:Name:"));
+}
+
 TEST(LogSource, ReadsAFifoThatTheUserNames) {
   const files::TemporaryDirectory dir;
   ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0644), 0);
@@ -370,6 +388,13 @@ TEST(Child, IsStoppedWhereItGoesOnForEver) {
   vosk::child silent({vosk::program_path("sleep"), "1000"}, nothing.get());
   EXPECT_EQ(silent.finish(), "sleep ended by signal 9");
   EXPECT_EQ(vosk::child({"/nonexistent/program"}, nothing.get()).finish(), "cannot be started");
+}
+
+TEST(Child, ThatFailsWithoutAWordIsNamedWithItsStatus) {
+  const vosk::unique_fd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  vosk::child failed({vosk::program_path("sh"), "-c", "exit 3"}, nothing.get());
+  (void)vosk::read_lines(failed.output(), 5000, [](std::string_view, bool) { return true; });
+  EXPECT_EQ(failed.finish(), "sh ended with status 3");
 }
 
 TEST(Child, MayComplainOnlySoMuch) {

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -79,6 +80,65 @@ TEST_F(Removal, LeavesAFileThatWasWritten) {
   ASSERT_TRUE(files::write(kPath, "the file, longer"));
   expect(remove(), removal::changed, "it was written meanwhile");
   expect_there("the file, longer");
+}
+
+TEST_F(Removal, LeavesAFileThatDiffersInAnythingFromWhatWasSeen) {
+  const vosk::file_facts seen = seen_;
+  for (const auto change :
+       {+[](vosk::file_facts &f) { ++f.inode; }, +[](vosk::file_facts &f) { ++f.device; },
+        +[](vosk::file_facts &f) { ++f.size; }, +[](vosk::file_facts &f) { ++f.modified.seconds; }}) {
+    seen_ = seen;
+    change(seen_);
+    expect(remove(), removal::changed, "it was written meanwhile");
+    expect_there();
+  }
+}
+
+// The name is compared by i-node and device.
+TEST_F(Removal, LeavesAFileOfAnotherFileSystem) {
+  const std::string elsewhere = std::string(sandbox::kRoot) + "/elsewhere", covering = elsewhere + "/covering";
+  ASSERT_EQ(mkdir(elsewhere.c_str(), 0755), 0);
+  ASSERT_EQ(mount("tmpfs", elsewhere.c_str(), "tmpfs", 0, nullptr), 0);
+  struct stat st {};
+  for (int i = 0; i < 1000 && st.st_ino != seen_.inode; ++i) {
+    ASSERT_TRUE(files::write(covering, "same number"));
+    ASSERT_EQ(stat(covering.c_str(), &st), 0);
+    ASSERT_TRUE(st.st_ino == seen_.inode || rename(covering.c_str(), (covering + std::to_string(i)).c_str()) == 0);
+  }
+  const bool same_number = st.st_ino == seen_.inode;
+  Calls calls;
+  calls.allow_unused();
+  calls.before("fstatat", 1, [&](const platform::Call &) {
+    EXPECT_EQ(mount(covering.c_str(), kPath.c_str(), nullptr, MS_BIND, nullptr), 0);
+  });
+  if (same_number) expect(remove(calls), removal::changed, "another file has its name");
+  (void)umount2(kPath.c_str(), MNT_DETACH);
+  ASSERT_EQ(umount2(elsewhere.c_str(), MNT_DETACH), 0);
+  if (!same_number) GTEST_SKIP() << "i-nodes are numbered otherwise here";
+  expect_there();
+}
+
+TEST_F(Removal, LeavesAFileWhoseNameCannotBeCompared) {
+  const struct {
+    const char *call;
+    int nth;
+  } rows[] = {{"fstatat", 1}, {"fstat", 1}, {"fstatat", 2}, {"fstat", 2}};
+  for (const auto &row : rows) {
+    Calls calls;
+    calls.fail_nth(row.call, row.nth, EIO);
+    expect(remove(calls), removal::changed, "another file has its name");
+    expect_there();
+  }
+}
+
+// Such a lock belongs to no process.
+TEST_F(Removal, LeavesAFileThatIsLockedByNobody) {
+  const vosk::unique_fd holder(open(kPath.c_str(), O_RDWR | O_CLOEXEC));
+  struct flock lock {};
+  lock.l_type = F_WRLCK;
+  ASSERT_EQ(fcntl(holder.get(), F_OFD_SETLK, &lock), 0);
+  expect(remove(), removal::locked, "it is locked");
+  expect_there();
 }
 
 TEST_F(Removal, LeavesAnotherFileOfTheName) {

@@ -1,6 +1,7 @@
 // What makes texts safe to show, and what puts a record's description together.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -167,6 +168,10 @@ TEST(Description, TakesTheCataloguesTextOnlyIfItsConversionsAreThoseOfTheDefault
   const vosk::stack stack = vosk::read_stack(m.file(), builder::kInode);
   ASSERT_EQ(stack.records.size(), std::size(rows));
 
+  const std::string plain_text = "cannot open /etc/thing";
+  const auto is_mapped = [&] {
+    return files::read("/proc/self/maps").value_or("").find(dir / "my.cat") != std::string::npos;
+  };
   // As an ordinary user; the superuser's NLSPATH is ignored.
   const auto descriptions_as = [&](uid_t user) {
     EXPECT_TRUE(files::write(dir / "out", ""));
@@ -174,10 +179,32 @@ TEST(Description, TakesTheCataloguesTextOnlyIfItsConversionsAreThoseOfTheDefault
     const pid_t child = fork();
     if (child == 0) {
       if (user != geteuid() && setresuid(user, user, 0) != 0) _exit(1);
+      (void)prctl(PR_SET_DUMPABLE, 1);  // so that its own maps can be read
       setenv("NLSPATH", (dir / "%N").c_str(), 1);
       std::string all;
-      vosk::describer descriptions;
-      for (const vosk::record &r : stack.records) all += descriptions.description(r) + "\n";
+      {
+        vosk::describer descriptions;
+        for (const vosk::record &r : stack.records) all += descriptions.description(r) + "\n";
+        if (is_mapped() != (geteuid() != 0)) _exit(5);
+        // A record that was cut before the number of its message.
+        for (const auto part : {&vosk::record::set, &vosk::record::number}) {
+          vosk::record cut = stack.records[0];
+          cut.*part = std::nullopt;
+          if (descriptions.description(cut) != plain_text) _exit(2);
+        }
+      }
+      if (is_mapped()) _exit(3);  // it is closed again
+      {
+        // Of the catalogues that records name only so many are looked for.
+        vosk::describer descriptions;
+        for (int i = 0; i < 256; ++i) {
+          vosk::record other = stack.records[0];
+          const std::string name = "other" + std::to_string(i);
+          other.catalogue = name;
+          (void)descriptions.description(other);
+        }
+        if (descriptions.description(stack.records[0]) != plain_text) _exit(4);
+      }
       _exit(files::write(dir / "out", all) ? 0 : 1);
     }
     int status = -1;
@@ -188,7 +215,7 @@ TEST(Description, TakesTheCataloguesTextOnlyIfItsConversionsAreThoseOfTheDefault
   std::string expected, plain;
   for (const auto &row : rows) {
     expected += std::string(row.description) + "\n";
-    plain += "cannot open /etc/thing\n";
+    plain += plain_text + "\n";
   }
   EXPECT_EQ(descriptions_as(geteuid() == 0 ? 65534 : geteuid()), expected);
   if (geteuid() == 0) {

@@ -4,9 +4,9 @@
  *
  * The NTH call, or with "2+" the second and all later ones, of those whose path, or whose descriptor's path, holds
  * WHERE. WHAT: a number, which becomes errno; "short", of a read or write that does a single byte; "end", of a read or
- * listing that finds nothing more; "untyped", of a directory's entries and of the first address; "nfs" or "overlay", of
- * a file system; or "run COMMAND", which runs before the call is made. fcntl goes by the name of its command. The
- * tool's own children are not concerned. */
+ * listing that finds nothing more, or of a poll whose time is over; "untyped", of a directory's entries and of the
+ * first address; "nfs" or "overlay", of a file system; or "run COMMAND", which runs before the call is made. fcntl goes
+ * by the name of its command. The tool's own children are not concerned. */
 #define _GNU_SOURCE
 #include <dirent.h>
 #include <dlfcn.h>
@@ -146,9 +146,11 @@ FAILING(int, statvfs, (const char *path, struct statvfs *fs), (path, fs), planne
 FAILING(int, inotify_init1, (int flags), (flags), planned("inotify_init1", ""), -1)
 FAILING(int, inotify_add_watch, (int fd, const char *path, uint32_t events), (fd, path, events),
         planned("inotify_add_watch", path), -1)
-FAILING(int, poll, (struct pollfd * fds, nfds_t n, int timeout), (fds, n, timeout), planned("poll", ""), -1)
 FAILING(pid_t, wait4, (pid_t pid, int *status, int options, struct rusage *use), (pid, status, options, use),
         planned("wait4", ""), -1)
+FAILING(int, kill, (pid_t pid, int number), (pid, number), planned("kill", ""), -1)
+FAILING(int, sigtimedwait, (const sigset_t *set, siginfo_t *signal, const struct timespec *time), (set, signal, time),
+        planned("sigtimedwait", ""), -1)
 FAILING(pid_t, waitpid, (pid_t pid, int *status, int options), (pid, status, options), planned("waitpid", ""), -1)
 
 __attribute__((visibility("default"))) int open(const char *path, int flags, ...) {
@@ -207,6 +209,13 @@ __attribute__((visibility("default"))) ssize_t read(int fd, void *bytes, size_t 
 __attribute__((visibility("default"))) ssize_t pread(int fd, void *bytes, size_t size, off_t at) {
   const ssize_t allowed = planned_size("pread", fd, size);
   return allowed <= 0 ? allowed : NEXT(pread)(fd, bytes, (size_t)allowed, at);
+}
+
+__attribute__((visibility("default"))) int poll(struct pollfd *fds, nfds_t n, int timeout) {
+  const int result = planned("poll", "");
+  if (result > 0) errno = result;
+  if (result == kEnd) return 0;
+  return result != 0 ? -1 : NEXT(poll)(fds, n, timeout);
 }
 
 /* What the compiler makes of a call whose sizes it checks. */

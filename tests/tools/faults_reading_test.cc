@@ -64,6 +64,8 @@ TEST_F(Faults, OfAStackAreNamedAndOtherStacksAreShown) {
       {"a read that is interrupted", "report " + kStack, "pread|1|4|job.", 0, "cannot open /etc/thing"},
       {"reads of one byte", "report " + kStack, "pread|1+|short|job.", 0, "cannot open /etc/thing"},
       {"a read that fails", "report " + dir_ / "copies", "pread|2+|5|copies/job.", 1, cannot + "Input/output error"},
+      {"an error without a text", "report " + dir_ / "copies", "pread|2+|4000|copies/job.", 1, cannot + "error 4000\n"},
+      {"a file in place of its directory", "report " + kStack + "/x", "", 4, "/x: Not a directory"},
       {"attributes that cannot be had", "report " + dir_ / "copies", "statx|1+|5|copies/job.", 1,
        cannot + "Input/output error"},
       {"attributes that are lost when it is open", "report " + dir_ / "copies", "statx|2|5|copies/job.", 0,
@@ -140,7 +142,7 @@ TEST_F(Faults, OfAnArchiveAreNamed) {
       {"its size cannot be had", "report " + tar_, "fstat|1|5|all.tar", 1, cannot + "it ends before its end mark"},
       {"a header cannot be read", "report " + tar_, "pread|2|5|all.tar", 1, cannot + "it cannot be read"},
       {"a name that is long", "list " + long_tar, "", 0, "long.tar/stacks/000"},
-      {"a name that is long cannot be read", "report " + long_tar, "pread|5|5|long.tar", 1, "it cannot be read"},
+      {"a name that is long cannot be read", "report " + long_tar, "pread|6|5|long.tar", 1, "it cannot be read"},
       {"a member cannot be read", "report " + tar_, "pread|7|5|all.tar", 1,
        "/stacks/" + kName + ": Input/output error"},
       {"it ends inside of a member", "report " + tar_, "pread|7|end|all.tar", 1,
@@ -150,6 +152,34 @@ TEST_F(Faults, OfAnArchiveAreNamed) {
       {"a member that is empty", "report " + dir_ / "odd.tar", "", 4, "/stacks/empty: empty"},
       {"a member that is a text", "report " + dir_ / "odd.tar", "", 4, "/stacks/text: no stack"},
   });
+}
+
+// The name of a directory alone makes no collection.
+TEST_F(Faults, OfAnUnpackedCollectionAreNoneOfItsOtherFiles) {
+  const std::string unpacked = dir_ / "unpacked", plain = dir_ / "plain";
+  shell("cp -r " + unpacked + " " + plain + "; rm " + plain + "/manifest.json");
+  for (const std::string &copies : {unpacked, plain})
+    shell("cp " + dir_ / "log" + " " + copies + "/logs/syslog; truncate -s 100000 " + copies + "/dumps/large");
+  EXPECT_THAT(tool::run({"vosk", "report", unpacked}).out, testing::Not(HasSubstr("skipped ")));
+  const std::string show = "show " + kLogged + " --log " + dir_ / "none" + " --dir ";
+  expect_all({{"a large file", "report " + plain, "", 0, "skipped " + plain + "/dumps/large: larger than a stack"},
+              {"a log", "report " + plain, "", 0, "skipped " + plain + "/logs/syslog: no stack"},
+              {"a log of the collection", show + unpacked, "", 1, "/logs/syslog\n"},
+              {"a log of none", show + plain, "", 1, "logs_not_readable"}});
+}
+
+// Two file systems number their files alike.
+TEST_F(Faults, OfAStackThatOneOfAnotherFileSystemCoversAreNamed) {
+  const std::string one = dir_ / "one", two = dir_ / "two", path = one + "/" + kName;
+  shell("mkdir " + one + " " + two + "; mount -t tmpfs none " + one + "; mount -t tmpfs none " + two);
+  shell("cp " + kStack + " " + one + "; cp " + kStack + " " + two);
+  const bool alike = tool::inode_of(path) == tool::inode_of(two + "/" + kName);
+  if (alike)
+    faults::expect({"it is covered", "report " + path,
+                    "open|1+|2|/proc/self/fd\nopenat|4|run mount --bind " + two + "/" + kName + " " + path + "|job.", 1,
+                    "Stale file handle"});
+  shell("umount -l " + one + "; umount -l " + two);
+  if (!alike) GTEST_SKIP() << "i-nodes are numbered otherwise here";
 }
 
 TEST_F(Faults, OfADetailAreNamed) {
@@ -182,6 +212,10 @@ TEST_F(Faults, OfALogAreNamed) {
   const std::string log = dir_ / "log", gz = log + ".gz";
   shell("mkdir " + dir_ / "logs" + "; cp " + log + " " + dir_ / "logs/syslog" + "; head -c -1024 " + tar_ + " > " +
         dir_ / "cut.tar; truncate -s -512 " + dir_ / "cut.tar");
+  // Its only member begins, and nothing of it is there.
+  shell("cd " + dir_.path() +
+        "; truncate -s 67108865 logs/large; tar cf - logs/large 2>/dev/null | head -c 512 > large.tar");
+  shell("cd " + dir_.path() + "; rm logs/large; truncate -s 67110400 large.tar");
   const auto show = [&](const std::string &name) { return "show --log " + name + " " + kLogged; };
   expect_all({
       {"a read that is interrupted", show(log), "read|1|4|log", 0, "in the log"},
@@ -195,13 +229,18 @@ TEST_F(Faults, OfALogAreNamed) {
        "cannot read journal: journalctl is not installed"},
       {"standard input cannot be read", "show --log - " + kLogged, "F_DUPFD_CLOEXEC|1|24|", 1,
        "cannot read standard input: Too many open files"},
-      {"a log that went meanwhile", show(dir_ / "unpacked/logs"), "openat|3|2|syslog", 4, ""},
+      {"no journal, and the usual logs cannot be read", "show " + kLogged,
+       "access|1+|2|journalctl\nopenat|1|13|/var/log", 1,
+       "and others could not\n  Not readable    /var/log: Permission"},
+      {"a log that went meanwhile", show(dir_ / "logs"), "openat|1|2|syslog", 4, "  Verdict         not_in_logs: "},
       {"a directory in which logs are", show(dir_ / "logs/"), "", 0, dir_ / "logs/syslog"},
       {"logs of a collection", show(tar_), "", 0, "in the log"},
       {"logs of a collection, no memory for them", show(tar_), "memfd_create|1|24|lines", 1, "Too many open files"},
       {"logs of a collection, no room for them", show(tar_), "write|1|28|lines", 1, "No space left on device"},
       {"logs of a collection that cannot be read again", show(tar_), "lseek|1|29|lines", 1, "Illegal seek"},
       {"logs of a collection that cannot be read", show(tar_), "pread|7|5|all.tar", 1, "Input/output error"},
+      {"logs that are too large for a collection", show(dir_ / "large.tar"), "", 1,
+       "/large.tar/logs/large: larger than the logs of a collection are"},
       {"a collection that ends early", show(dir_ / "cut.tar"), "", 1, "a member ends behind the end of the archive"},
       {"what unpacks it is not installed", show(gz), "access|1+|2|gzip", 1, "gzip is needed and is not installed"},
       {"no memory for its errors", show(gz), "memfd_create|1|24|errors", 1, "gzip cannot be started"},
@@ -210,6 +249,8 @@ TEST_F(Faults, OfALogAreNamed) {
       {"no pipe for its output", show(gz), "pipe2|1|24|", 1, "gzip cannot be started"},
       {"no memory for starting it", show(gz), "posix_spawn_file_actions_init|1|12|", 1, "gzip cannot be started"},
       {"waiting for output is interrupted", show(gz), "poll|1|4|", 0, "in the log"},
+      {"waiting for output fails", show(gz), "poll|1|12|", 0, "in the log"},
+      {"no output comes", show(gz), "poll|1|end|", 1, "log.gz: nothing came for a minute"},
       {"waiting for its end is interrupted", show(gz), "waitpid|1|4|", 0, "in the log"},
       {"it has ended already", show(gz), "waitpid|1+|10|", 0, "in the log"},
   });

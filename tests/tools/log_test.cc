@@ -9,6 +9,7 @@
 #include "qx_vosk.h"
 #include "support/files.h"
 #include "tools/log_daemons.h"
+#include "tools/reader/log_source.h"
 #include "tools/tool.h"
 
 using testing::ElementsAre;
@@ -217,6 +218,33 @@ TEST_F(Log, IsNotSearchedForAStacksIdentifier) {
   EXPECT_FALSE(files::exists("/run/asked"));
   EXPECT_EQ(tool::run({"vosk", "trace", eid}).status, 0);
   EXPECT_TRUE(files::exists("/run/asked"));
+}
+
+// One after the other, in the order of their names; a collection's logs are parts of it.
+TEST_F(Log, IsReadUpToTheLineThatIsNotWantedAnyMore) {
+  const journalctl stand_in("echo of the journal\n");
+  for (const char *name : {"messages", "syslog"})
+    ASSERT_TRUE(files::write(std::string("/var/log/") + name, std::string("of ") + name + "\n"));
+  const std::string all = dir_ / "all.tar";
+  ASSERT_EQ(std::system(("mkdir " + dir_ / "logs" + " && echo of one > " + dir_ / "logs/one" + " && echo of two > " +
+                         dir_ / "logs/two" + " && tar cf " + all + " -C " + dir_.path() + " logs/one logs/two")
+                            .c_str()),
+            0);
+  const std::vector<std::string> lines{"of the journal", "of messages", "of syslog", "of one", "of two"},
+      sources{"journal", "/var/log/messages", "/var/log/syslog", all, all + "/logs/one", all + "/logs/two"};
+  for (std::size_t wanted = 1; wanted <= lines.size(); ++wanted) {
+    SCOPED_TRACE(wanted);
+    std::vector<std::string> taken, read;
+    for (const vosk::log_outcome &source : vosk::for_each_log_line({"auto", all}, [&](const vosk::log_line &line) {
+           taken.emplace_back(line.text);
+           return taken.size() < wanted;
+         }))
+      read.push_back(source.source);
+    EXPECT_EQ(taken, std::vector<std::string>(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(wanted)));
+    const std::size_t in_archive = wanted > 3 ? 1 : 0;
+    EXPECT_EQ(read, std::vector<std::string>(sources.begin(),
+                                             sources.begin() + static_cast<std::ptrdiff_t>(wanted + in_archive)));
+  }
 }
 
 // Where the journal is kept from start to start, it is all there is; else the files may reach further back.

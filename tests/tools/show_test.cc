@@ -1,6 +1,7 @@
 // vosk show: every verdict, with what it rests on.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -283,22 +284,26 @@ TEST(Show, SaysThatTheIdentifierDoesNotTellItsNode) {
 
 TEST(Show, SaysThatSeveralRecordsHaveTheIdentifier) {
   RUN_IN_SANDBOX(a_node(), [] {
-    const std::uint64_t now = soon();
-    const std::uint64_t inode = make_stack([&](std::uint64_t i) {
-      builder::model m;
-      for (const char *detail : {"one", "two"}) {
-        builder::record r = record_at(now, i);
-        r.detail = detail;
-        EXPECT_TRUE(m.push(builder::record_bytes(r)));
-      }
-      return m.file();
-    });
-    const shown s = show({builder::stack_eid(inode, now, 7)});
-    EXPECT_EQ(s.status, 0);
-    EXPECT_EQ(s.verdict["verdict"], "ambiguous");
-    ASSERT_EQ(s.lines.size(), 3u);
-    EXPECT_EQ(s.lines[1]["detail"], "one");
-    EXPECT_EQ(s.lines[2]["detail"], "two");
+    const std::vector<std::string> rows[] = {{"one", "two"}, {"one", "three"}, {"one", "two", "two"}};
+    for (const std::vector<std::string> &details : rows) {
+      SCOPED_TRACE(testing::PrintToString(details));
+      const std::uint64_t now = soon();
+      const std::uint64_t inode = make_stack([&](std::uint64_t i) {
+        builder::model m;
+        for (const std::string &detail : details) {
+          builder::record r = record_at(now, i);
+          r.detail = detail;
+          EXPECT_TRUE(m.push(builder::record_bytes(r)));
+        }
+        return m.file();
+      });
+      const shown s = show({builder::stack_eid(inode, now, 7)});
+      EXPECT_EQ(s.status, 0);
+      EXPECT_EQ(s.verdict["verdict"], "ambiguous");
+      ASSERT_GE(s.lines.size(), 3u);
+      EXPECT_EQ(s.lines[1]["detail"], details[0]);
+      EXPECT_EQ(s.lines[2]["detail"], details[1]);
+    }
   });
 }
 
@@ -348,6 +353,106 @@ TEST(Show, FindsARecordInCopiesByTheIdentifierInIt) {
               "copied_before");
     EXPECT_EQ(show({"--dir", copies.path(), builder::stack_eid(501, 1700000000, 7, kOtherAddress)}).verdict["verdict"],
               "other_node");
+  });
+}
+
+// Of several copies the one that says most counts, whichever comes first.
+TEST(Show, JudgesByTheRecordsOfCopies) {
+  RUN_IN_SANDBOX(a_node(), [] {
+    constexpr std::uint64_t kStart = 1700000000;
+    const auto copy_of = [](const std::vector<builder::record> &records) {
+      builder::model m;
+      for (const builder::record &r : records) EXPECT_TRUE(m.push(builder::record_bytes(r)));
+      return m.file();
+    };
+    const auto foreign = [](std::uint64_t seconds, std::uint64_t inode) {
+      builder::record r;
+      r.seconds = kStart + seconds;
+      r.eid = builder::stack_eid(inode, r.seconds, 7, kOtherAddress);
+      return r;
+    };
+    builder::record nameless;
+    nameless.eid.clear();
+    const builder::bytes before = copy_of({foreign(0, 500)}), around = copy_of({foreign(0, 500), foreign(20, 500)});
+    struct {
+      const char *what;
+      std::vector<builder::bytes> copies;
+      const char *verdict;
+      std::size_t best;  // which copy
+      bool first_is_told;
+    } const rows[] = {
+        {"it ends before", {before}, "copied_before", 0, true},
+        {"it goes on", {around}, "never_stored", 0, true},
+        {"the second says more", {before, around}, "never_stored", 1, true},
+        {"the first says more", {around, before}, "never_stored", 0, true},
+        {"they say the same", {before, before}, "copied_before", 0, true},
+        {"its first record has no identifier",
+         {copy_of({nameless, foreign(0, 501), foreign(20, 500)})},
+         "never_stored",
+         0,
+         false},
+        {"it is another node's", {copy_of({record_at(kStart, 500)})}, "other_node", 1, false},
+    };
+    for (const auto &row : rows) {
+      SCOPED_TRACE(row.what);
+      const files::TemporaryDirectory dir;
+      for (std::size_t i = 0; i < row.copies.size(); ++i) tool::write_stack(dir / std::to_string(i), row.copies[i]);
+      const shown s = show({"--dir", dir.path(), builder::stack_eid(500, kStart + 10, 7, kOtherAddress)});
+      EXPECT_EQ(s.status, 4);
+      EXPECT_EQ(s.verdict["verdict"], row.verdict);
+      EXPECT_EQ(s.fact("first_record").is_null(), !row.first_is_told);
+      if (row.best < row.copies.size()) {
+        EXPECT_EQ(s.fact("file"), dir / std::to_string(row.best));
+      }
+    }
+  });
+}
+
+TEST(Show, SaysThatARecordWasNeverStoredInAStackThatIsEmpty) {
+  RUN_IN_SANDBOX(a_node(), [] {
+    const std::uint64_t inode = make_stack([](std::uint64_t) { return builder::model().file(); });
+    const shown s = show({builder::stack_eid(inode, soon(), 7)});
+    EXPECT_EQ(s.verdict["verdict"], "never_stored");
+    EXPECT_EQ(s.fact("records"), 0);
+    EXPECT_TRUE(s.fact("first_record").is_null() && s.fact("newest_record").is_null());
+  });
+}
+
+// The i-node is that of something that cannot be read, has no time of birth, or is a directory.
+TEST(Show, JudgesWhatHasTheInodeNow) {
+  RUN_IN_SANDBOX(a_node(), [] {
+    const std::string eid = builder::stack_eid(make_stack([](std::uint64_t) { return builder::bytes(1); }), 1, 7);
+    EXPECT_EQ(show({eid}).verdict["verdict"], "inode_reused") << "it was made later than the identifier";
+    // The i-node is still that of the file below.
+    ASSERT_EQ(mount("/proc/version", kStack.c_str(), nullptr, MS_BIND, nullptr), 0);
+    const shown ageless = show({eid});
+    EXPECT_EQ(ageless.verdict["verdict"], "damaged");
+    EXPECT_EQ(ageless.fact("file"), kStack);
+    EXPECT_TRUE(ageless.fact("file_made").is_null());
+    ASSERT_EQ(umount(kStack.c_str()), 0);
+
+    const std::string later = builder::stack_eid(tool::inode_of(kStack), soon(), 7);
+    ASSERT_EQ(chmod(kStack.c_str(), 0), 0);
+    const tool::result refused = tool::run({"vosk", "show", later}, tool::options::without_power());
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.out, HasSubstr("\n  Verdict         not_searched: the stacks could not be looked through\n"
+                                       "  File            " +
+                                       kStack + "\n  What it is      Permission denied\n"));
+
+    ASSERT_EQ(mkdir((kStack + ".d").c_str(), 0755), 0);
+    EXPECT_EQ(show({builder::stack_eid(tool::inode_of(kStack + ".d"), soon(), 7)}).verdict["verdict"], "file_gone");
+  });
+}
+
+TEST(Show, LooksIntoFilesOnly) {
+  RUN_IN_SANDBOX(a_node(), [] {
+    const std::string eid = builder::stack_eid(500, soon(), 7);
+    const auto searched = [&](const std::string &copies) {
+      return show({"--dir", copies, eid}).fact("files_searched").number();
+    };
+    EXPECT_EQ(searched(kStack + ".none"), searched("/dev/null"));
+    tool::write_stack("/var/adm/vosk/copy", builder::bytes(1));
+    EXPECT_GT(searched("/var/adm/vosk/copy"), searched("/dev/null"));
   });
 }
 

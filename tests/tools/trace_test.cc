@@ -26,20 +26,26 @@ class stack_copy {
 
   // Records at `seconds` behind the start, following from `cause`; returns the identifier.
   std::string record(const std::string &process, std::uint64_t seconds, const std::string &cause) {
+    push(eid(seconds), kStart + seconds, process, cause);
+    return eid(seconds);
+  }
+  // The same without an identifier and a time.
+  void record_nameless(const std::string &process, const std::string &cause) { push("", 0, process, cause); }
+  std::string eid(std::uint64_t seconds) const { return builder::stack_eid(inode_, kStart + seconds, 0, address_); }
+
+ private:
+  void push(const std::string &made, std::uint64_t seconds, const std::string &process, const std::string &cause) {
     builder::record r;
-    r.eid = eid(seconds);
-    r.seconds = kStart + seconds;
+    r.eid = made;
+    r.seconds = seconds;
     r.associated = cause;
     r.process = process;
     r.default_text = process + " failed";
     r.arguments.clear();
     EXPECT_TRUE(model_.push(builder::record_bytes(r)));
     tool::write_stack(path_, model_.file());
-    return r.eid;
   }
-  std::string eid(std::uint64_t seconds) const { return builder::stack_eid(inode_, kStart + seconds, 0, address_); }
 
- private:
   std::string path_;
   std::uint64_t inode_;
   std::string address_;
@@ -141,6 +147,19 @@ TEST_F(Trace, ShowsARecordUnderEachOfTwoCausesButItsBranchOnce) {
   EXPECT_EQ(one.record("c2", 3, b), c);
   const std::string d = one.record("d", 4, c);
   EXPECT_THAT(tree_of(dir_.path(), d), ElementsAre("0root", "1a", "2cc2", "3d", "1b", "2="));
+}
+
+TEST_F(Trace, ShowsRecordsThatHaveNoIdentifierUnderTheirCause) {
+  stack_copy s(dir_ / "s", 500);
+  const std::string a = s.record("a", 0, "");
+  s.record_nameless("one", a);
+  s.record_nameless("two", a);
+  s.record_nameless("of no incident", "");
+  s.record_nameless("of none either", "");
+  EXPECT_THAT(tree_of(dir_.path(), a), ElementsAre("0a", "1one", "1two"));
+  EXPECT_THAT(tool::run({"vosk", "trace", "--log", "none", "--dir", dir_.path(), a}).out,
+              testing::EndsWith("\n├─ (no time) one[4711] worker.c:12 one failed (no identifier)\n"
+                                "└─ (no time) two[4711] worker.c:12 two failed (no identifier)\n"));
 }
 
 TEST_F(Trace, CountsCopiesOfOneRecordAsOne) {

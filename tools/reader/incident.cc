@@ -88,7 +88,7 @@ std::optional<moment> made_at(const std::string &eid) {
 }
 
 bool is_unidentified(const std::string &eid) noexcept {
-  return !eid.empty() && eid[0] == '\0';
+  return eid.starts_with('\0');
 }
 
 std::vector<incident_entry> entries_of(const std::vector<stack_file> &files, const std::vector<log_record> &logged) {

@@ -94,7 +94,8 @@ class source_reader {
  private:
   // A journal in memory begins with the last start of the node, and the files may reach further back.
   void read_usual() {
-    const bool complete = !program_path("journalctl").empty() && read_journal() && access(kKeptJournal, F_OK) == 0;
+    const bool installed = !program_path("journalctl").empty();
+    const bool complete = installed && read_journal() && access(kKeptJournal, F_OK) == 0;
     if (!complete && !stopped_) read_directory(kLogDirectory, true);
   }
 

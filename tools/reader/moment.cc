@@ -269,7 +269,7 @@ std::optional<moment> parse_moment(std::string_view text, zone where, moment now
   const bool minus = text.starts_with("-"), ago = text.ends_with(kAgo);
   if (minus || ago) {
     const auto span = parse_duration(minus ? text.substr(1) : text.substr(0, text.size() - kAgo.size()));
-    if (!span || (minus && ago)) return std::nullopt;
+    if (!span) return std::nullopt;
     return shifted(now, -*span);
   }
   return parse_absolute(text, where, now);

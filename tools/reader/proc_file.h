@@ -36,7 +36,7 @@ std::vector<std::string_view> split(std::string_view text, std::string_view sepa
 template <class Number>
 bool parse_number(std::string_view text, Number &number) {
   const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  return !text.empty() && result.ec == std::errc() && result.ptr == text.data() + text.size();
+  return result.ec == std::errc() && result.ptr == text.data() + text.size();
 }
 
 }  // namespace vosk

@@ -1,6 +1,5 @@
 #include "record_index.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 
 #include <algorithm>
@@ -27,7 +26,7 @@ void record_index::read_directory() {
   directory_read_ = seconds_now();
   by_inode_.clear();
   (void)walk_directory(node_stacks_, 0, [&](int /*dir*/, const directory_entry &entry, const std::string &path) {
-    if (entry.type != DT_DIR) by_inode_.emplace(entry.inode & kInodeMask, path);
+    by_inode_.emplace(entry.inode & kInodeMask, path);
   });
 }
 

@@ -98,10 +98,7 @@ std::int64_t milliseconds() {
 }  // namespace
 
 unique_fd &unique_fd::operator=(unique_fd &&other) noexcept {
-  if (this != &other) {
-    if (fd_ >= 0) (void)close(fd_);
-    fd_ = std::exchange(other.fd_, -1);
-  }
+  const unique_fd before(std::exchange(fd_, other.release()));  // closes it
   return *this;
 }
 

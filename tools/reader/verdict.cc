@@ -163,7 +163,7 @@ class judgement {
     fact("records", contents.records.size());
     if (!contents.damages.empty()) fact("damages", contents.damages.size());
     if (contents.wrapped) return given;
-    const bool complete = has_its_inode(id_, file) || (newest && *newest >= made);
+    const bool complete = has_its_inode(id_, file) || newest >= made;
     given.kind = !is_unbroken_to(contents, made) ? verdict_kind::damaged
                  : complete                      ? verdict_kind::never_stored
                                                  : verdict_kind::copied_before;
