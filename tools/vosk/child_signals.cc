@@ -5,7 +5,6 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <iterator>
 
@@ -33,7 +32,9 @@ void add_all(sigset_t &set, const int (&numbers)[N]) {
 
 bool is_pending(int number) {
   sigset_t pending;
-  return sigpending(&pending) == 0 && sigismember(&pending, number) == 1;
+  (void)sigemptyset(&pending);
+  (void)sigpending(&pending);
+  return sigismember(&pending, number) == 1;
 }
 
 bool was_sent_by(pid_t process, const siginfo_t &signal) {
@@ -80,14 +81,13 @@ void signal_desk::catch_up(pid_t command) {
   add_all(keys, kFromKeys);
   const timespec at_once{};
   siginfo_t signal{};
-  for (int number; (number = sigtimedwait(&keys, &signal, &at_once)) > 0 || errno == EINTR;)
-    if (number > 0 && !was_sent_by(command, signal)) (void)kill(command, number);
+  for (int number; (number = sigtimedwait(&keys, &signal, &at_once)) > 0;)
+    if (!was_sent_by(command, signal)) (void)kill(command, number);
 }
 
 siginfo_t signal_desk::next() const {
   siginfo_t signal{};
-  while (sigwaitinfo(&desk_, &signal) < 0 && errno == EINTR) {
-  }
+  (void)sigwaitinfo(&desk_, &signal);
   return signal;
 }
 
@@ -103,7 +103,7 @@ void signal_desk::stop_as(int number) const {
 
 void signal_desk::only_interrupt(std::chrono::milliseconds patience) const {
   const timespec at_once{};
-  while (sigtimedwait(&desk_, nullptr, &at_once) > 0 || errno == EINTR) {
+  while (sigtimedwait(&desk_, nullptr, &at_once) > 0) {
   }
   const struct sigaction interrupt = plain(ignore_it);  // without SA_RESTART
   sigset_t ending;

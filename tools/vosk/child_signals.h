@@ -26,7 +26,7 @@ class signal_desk {
   // between the start and this call reaches it twice: better than not at all.
   static void catch_up(pid_t command);
 
-  // Waits for the next signal, SIGCHLD among them.
+  // Waits for the next signal, SIGCHLD among them; number 0 where this program was stopped and goes on.
   siginfo_t next() const;
 
   // Stops this program as the signal `number` stopped the command. Returns when it goes on.

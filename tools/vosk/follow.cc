@@ -40,7 +40,8 @@ void follower::forget_what_is_gone(const stack_file &file) {
 }
 
 void follower::skip(const std::vector<stack_file> &files) {
-  for (const stack_file &file : files) forget_what_is_gone(file);
+  for (const stack_file &file : files)
+    for (const record &r : file.contents.records) (void)is_new(file.path, file, r);
 }
 
 void follower::print_new(reporter &to, const std::vector<stack_file> &files, const time_window &window,
