@@ -1,7 +1,9 @@
 // vosk detail, and vosk show --detail.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "qx_vosk.h"
@@ -26,6 +28,22 @@ std::string record_with(const std::string &detail,
   EXPECT_TRUE(m.push(builder::record_bytes(r)));
   tool::write_stack(path, m.file());
   return r.eid;
+}
+
+// What a terminal gets, without colours and a pager.
+std::string on_a_terminal(const std::string &eid) {
+  int fd = -1;
+  const pid_t child = forkpty(&fd, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    execl(QX_BINARY_DIR "/bin/vosk", "vosk", "detail", "--no-pager", "--color", "never", eid.c_str(), nullptr);
+    _exit(127);
+  }
+  std::string text;
+  char buffer[4096];
+  for (ssize_t n; (n = read(fd, buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<std::size_t>(n));
+  (void)close(fd);
+  (void)waitpid(child, nullptr, 0);
+  return text;
 }
 
 }  // namespace
@@ -53,10 +71,17 @@ TEST(Detail, ShowsTheFileThatARecordOfTheLibraryCites) {
   EXPECT_EQ(tool::run({"vosk", "detail", eid, "-o", dir / "saved"}).status, 0);
   EXPECT_EQ(files::read(dir / "saved"), "port = none\n\x1b[31m");
   EXPECT_EQ(tool::run({"vosk", "detail", eid, "-o", "-"}).out, "port = none\n\x1b[31m");
+  EXPECT_EQ(tool::run({"vosk", "detail", eid, "-o", "/nowhere/file"}).status, 1);
+  EXPECT_EQ(on_a_terminal(eid),
+            "-- detail file " + path + ": there, owner root, 17 bytes\r\nport = none\r\n\\x1b[31m\r\n");
   EXPECT_THAT(tool::run({"vosk", "show", "--detail", eid}).out,
               HasSubstr("\n-- detail file " + path + ": there, owner root, 17 bytes\nport"));
 
+  ASSERT_TRUE(files::write(path, "port = none\n"));
+  EXPECT_EQ(on_a_terminal(eid), "-- detail file " + path + ": there, owner root, 12 bytes\r\nport = none\r\n");
   ASSERT_EQ(unlink(path.c_str()), 0);
+  EXPECT_EQ(tool::run({"vosk", "detail", eid, "-o", dir / "none"}).status, 4);
+  EXPECT_FALSE(files::exists(dir / "none"));
   const tool::result gone = tool::run({"vosk", "detail", eid});
   EXPECT_EQ(gone.status, 4);
   EXPECT_EQ(gone.out, "-- detail file " + path + ": gone: No such file or directory\n");
@@ -111,6 +136,31 @@ TEST(Detail, OfACopiedStackIsLookedForAmongTheCopies) {
   tool::write_stack(copies / "stack", m.file());
   EXPECT_THAT(tool::run({"vosk", "detail", "--dir", copies.path(), r.eid}).out,
               testing::EndsWith("\nof the other node"));
+}
+
+// Neither a stack that has its name nor what cannot be looked into keeps it from being found.
+TEST(Detail, IsFoundAmongCopiesOfEveryKind) {
+  files::TemporaryDirectory copies;
+  const std::string name = "service.1.20231114.221320", cited = kDumps + "/" + name;
+  builder::model m;
+  builder::record r;
+  r.detail = cited;
+  ASSERT_TRUE(m.push(builder::record_bytes(r)));
+  for (const char *directory : {"a", "a/stacks", "b", "b/dumps"})
+    ASSERT_EQ(mkdir((copies / directory).c_str(), 0755), 0);
+  ASSERT_EQ(symlink("/etc/passwd", (copies / "a/link").c_str()), 0);
+  ASSERT_TRUE(files::write(copies / "a/text", "no archive"));
+  ASSERT_EQ(system(("tar cf " + copies / "a/other.tar" + " -C " + copies / "a" + " text").c_str()), 0);
+  tool::write_stack(copies / "a/stacks/" + name, m.file());
+  EXPECT_THAT(tool::run({"vosk", "detail", "--dir", copies.path(), r.eid}).out,
+              HasSubstr("-- detail file " + cited + ": gone: "));
+  ASSERT_TRUE(files::write(copies / "b/dumps/" + name, "the copy"));
+  for (const std::string &place : {copies.path(), copies / "b/dumps/" + name}) {
+    const tool::result found =
+        tool::run({"vosk", "detail", "--dir", copies / "a/stacks/" + name, "--dir", place, r.eid});
+    EXPECT_THAT(found.out, testing::StartsWith("-- detail file " + copies / "b/dumps/" + name + ": there, "));
+    EXPECT_THAT(found.out, testing::EndsWith("\nthe copy"));
+  }
 }
 
 TEST(Detail, HasAnExitStatusForEveryOutcome) {

@@ -48,8 +48,8 @@ opened_file find_below(const std::vector<std::string> &directories, const std::s
   const auto look_at = [&](int dir, const directory_entry &entry, const std::string &entry_path) {
     if (found.result == outcome::read) return;
     // A stack can have the name of a copy, when both are made by one process in one second.
-    const bool among_stacks = entry_path.ends_with("/stacks/" + entry.name);
-    if (entry.name.substr(entry.name.rfind('/') + 1) == name && !among_stacks) {
+    const std::string among_stacks = "/stacks/" + name;
+    if (entry_path.substr(entry_path.rfind('/') + 1) == name && !entry_path.ends_with(among_stacks)) {
       found = open_regular(dir, entry.name.c_str());
       path = entry_path;
       return;
@@ -58,8 +58,12 @@ opened_file find_below(const std::vector<std::string> &directories, const std::s
     if (archive.result == outcome::read && find_in_archive(archive, name, path)) found = std::move(archive);
     if (found.packed) path = entry_path + "/" + path;
   };
-  for (const std::string &directory : directories)
-    if (!walk_directory(directory, kDepth, look_at) && errno == ENOTDIR) look_at(AT_FDCWD, {directory}, directory);
+  const visit_entry visit = look_at;
+  for (const std::string &directory : directories) {
+    if (walk_directory(directory, kDepth, visit) || errno != ENOTDIR) continue;
+    const directory_entry itself{directory};
+    look_at(AT_FDCWD, itself, directory);
+  }
   return found;
 }
 
@@ -129,7 +133,10 @@ void print_copy(output &out, const located_detail &detail) {
   // A terminal gets the content harmless. Pieces can end inside a character, which then is shown as bytes.
   bool line_open = false;
   (void)read_pieces(file, [&](std::string_view piece) {
-    out.write(out.terminal() ? out.safe_lines(piece) : std::string(piece));
+    if (out.terminal())
+      out.write(out.safe_lines(piece));
+    else
+      out.write(piece);
     line_open = piece.back() != '\n';
     return !out.closed();
   });
