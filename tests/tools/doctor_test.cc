@@ -1,6 +1,7 @@
 // vosk doctor: each fault has a name.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <ctime>
 #include <functional>
 
 #include "qx_vosk.h"
@@ -138,7 +140,9 @@ TEST_F(Doctor, NamesEachFault) {
       {"originator_invalid", set("VOSKORIG", "\x1b[2J")},
       {"owner_gone", set("VOSKPID", std::to_string(id_of_nobody()))},
       {"address_invalid", set("VOSKADDR", "not an address")},
+      {"address_invalid", set("VOSKADDR", std::string(6, 'z') + std::string(19, '.'))},
       {"address_of_other_node", set("VOSKADDR", builder::kAddress)},
+      {"address_of_other_node", set("VOSKADDR", builder::digits(0x0120, 24) + "/")},
       {"process_name_invalid", set("VOSKPNAME", "a/b")},
       {"stack_elsewhere", set("VOSKSTACK", "/tmp/no-such-stack")},
       {"stack_elsewhere", set("VOSKSTACK", std::string(sandbox::kStacks) + "/../x")},
@@ -159,6 +163,7 @@ TEST_F(Doctor, NamesEachFault) {
       {"stack_header", stack(header)},
       {"clock_behind", run("true")},
       {"catalogue_unusable", run("echo no catalogue > /var/adm/vosk/vosk.cat")},
+      {"catalogue_unusable", run("mkdir /var/adm/vosk/vosk.cat")},
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.name);
@@ -192,6 +197,63 @@ TEST_F(Doctor, NamesWhoHoldsTheLock) {
               HasSubstr("fault lock_held: process " + std::to_string(holder.pid()) + " holds the lock of " + kStack));
 }
 
+TEST_F(Doctor, CannotNameAHolderOfAnotherNamespace) {
+  tool::write_stack(kStack, builder::never_wrapped_file());
+  other_process holder([] {
+    const int fd = open(kStack.c_str(), O_RDWR);
+    EXPECT_EQ(lockf(fd, F_LOCK, 0), 0);
+  });
+  const sandbox::Outcome apart = sandbox::run_child([&] {
+    if (unshare(CLONE_NEWPID) != 0) GTEST_SKIP() << "no process ids of its own";
+    EXPECT_THAT(tool::run({"vosk", "doctor"}, how_).out,
+                HasSubstr("fault lock_held: a process of another namespace holds the lock of " + kStack +
+                          ": recordings wait; let it go on or end it\n"));
+  });
+  EXPECT_NE(apart.kind, sandbox::Outcome::kFailed) << apart.text;
+}
+
+// Of a stack without identifiers the file's own time counts.
+TEST_F(Doctor, CountsTheStacksThatAreNewerThanTheClock) {
+  builder::record nameless, late;
+  nameless.eid.clear();
+  nameless.time = 0;
+  late.at(static_cast<std::uint64_t>(time(nullptr)) + 86400 * 3, 0);
+  const std::string first = std::string(sandbox::kStacks) + "/a", second = std::string(sandbox::kStacks) + "/b";
+  for (const auto &[path, record] : {std::pair(first, nameless), std::pair(second, late)}) {
+    builder::model m;
+    ASSERT_TRUE(m.push(builder::record_bytes(record)));
+    tool::write_stack(path, m.file());
+  }
+  ASSERT_EQ(system(("touch -d '2 days' " + first).c_str()), 0);
+  EXPECT_THAT(tool::run({"vosk", "doctor"}, how_).out,
+              testing::ContainsRegex("fault clock_behind: 2 stacks are newer than the clock; " + first +
+                                     " by [12] d [0-9]+ h; "));
+  ASSERT_EQ(system(("touch -d '2 days ago' " + first).c_str()), 0);
+  EXPECT_THAT(tool::run({"vosk", "doctor"}, how_).out,
+              testing::ContainsRegex("fault clock_behind: 1 stacks are newer than the clock; " + second +
+                                     " by [23] d [0-9]+ h; "));
+}
+
+TEST_F(Doctor, ComparesACatalogueWithTheLibrarysTexts) {
+  how_.environment["NLSPATH"] = "/var/adm/vosk/%N";
+  for (const bool changed : {false, true}) {
+    std::string source = "$quote \"\n$set 1\n";
+    for (int i = 1; i < VK_MESSAGE_COUNT; ++i) {
+      std::string text = vk_mesgtbl_vk_lib[i];
+      for (std::size_t at; (at = text.find('\n')) != std::string::npos;) text.replace(at, 1, "\\n");
+      if (changed && i == 7) text += "%5$d";
+      source += std::to_string(i) + " \"" + text + "\"\n";
+    }
+    ASSERT_TRUE(files::write("/var/adm/vosk/source", source));
+    ASSERT_EQ(system("rm -f /var/adm/vosk/vosk.cat; gencat /var/adm/vosk/vosk.cat /var/adm/vosk/source"), 0);
+    const std::string out = tool::run({"vosk", "doctor"}, how_).out;
+    if (changed)
+      EXPECT_THAT(out, HasSubstr("fault catalogue_wrong: the message catalogue vosk.cat lacks or changes 1 messages"));
+    else
+      EXPECT_THAT(out, testing::Not(HasSubstr("catalogue")));
+  }
+}
+
 TEST_F(Doctor, NamesAStackThatTheStandardRuleHasStopped) {
   setenv("VOSKSTACK", kStack.c_str(), 1);
   vk_eid_t eid = "";
@@ -204,6 +266,8 @@ TEST_F(Doctor, NamesAStackThatTheStandardRuleHasStopped) {
   }
   ASSERT_EQ(refused, 20);
   EXPECT_THAT(faults(), testing::ElementsAre("stack_full"));
+  how_.environment["VOSKRECLAIM"] = "half";
+  EXPECT_THAT(faults(), testing::ElementsAre("reclaim_unknown", "stack_full"));
   how_.environment["VOSKRECLAIM"] = "whole";
   EXPECT_THAT(faults(), testing::IsEmpty());
 }
@@ -222,9 +286,13 @@ TEST_F(Doctor, NamesAFullOrReadOnlyFileSystem) {
 }
 
 TEST_F(Doctor, NamesALimitThatNoStackFits) {
-  const rlimit small{1024, RLIM_INFINITY}, any{RLIM_INFINITY, RLIM_INFINITY};
+  constexpr rlim_t kLargestStack = 16384;
+  const rlimit small{kLargestStack - 1, RLIM_INFINITY}, enough{kLargestStack, RLIM_INFINITY},
+      any{RLIM_INFINITY, RLIM_INFINITY};
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
   EXPECT_THAT(faults(), testing::Contains("file_size_limit"));
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &enough), 0);
+  EXPECT_THAT(faults(), testing::Not(testing::Contains("file_size_limit")));
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &any), 0);
 }
 

@@ -25,7 +25,6 @@ namespace vosk {
 namespace {
 
 constexpr char kMakeAnew[] = "unset VOSKSTACK, VOSKORIG, VOSKPID, VOSKADDR and VOSKPNAME, and let it be created anew";
-constexpr std::size_t kAddressLength = 25;
 
 // The value; empty where it is not set, which is the same to the library.
 std::string value_of(const char *name) {
@@ -58,14 +57,13 @@ void examine_set(findings &found) {
 void examine_address(findings &found) {
   const std::string address = value_of("VOSKADDR");
   if (address.empty()) return;
-  const bool digits = address.find_first_not_of(kDigitCharacters) == std::string::npos;
-  if (address.size() != kAddressLength || !digits || (address.back() != '.' && address.back() != '/')) {
+  // An identifier with this address and a time: what the tools would make of it.
+  const auto id = decode_identifier("7......0........." + address);
+  if (!id || !id->address) {
     found.fault("address_invalid", "VOSKADDR is no address: " + address, kMakeAnew);
     return;
   }
-  // An identifier with this address and a time: what the tools would make of it.
-  const auto id = decode_identifier("7......" + std::string("0.....") + "...." + address);
-  if (!id || !id->address || test_node(*id, addresses_of_this_node()) != node_test::other_node) return;
+  if (test_node(*id, addresses_of_this_node()) != node_test::other_node) return;
   found.fault("address_of_other_node", "VOSKADDR is " + id->address->text() + ", which is no address of this node",
               "the environment comes from another node or container, or the address changed: let it be created anew");
 }
@@ -79,12 +77,15 @@ void examine_name(findings &found) {
 }
 
 void examine_processes(findings &found) {
-  for (const char *name : {"VOSKPID", "VOSKORIG"})
-    if (!value_of(name).empty() && !process_id(value_of(name)))
+  for (const char *name : {"VOSKPID", "VOSKORIG"}) {
+    const std::string value = value_of(name);
+    if (!value.empty() && !process_id(value))
       found.fault(*(name + 4) == 'P' ? "owner_invalid" : "originator_invalid",
-                  std::string(name) + " is no process id: " + value_of(name), kMakeAnew);
+                  std::string(name) + " is no process id: " + value, kMakeAnew);
+  }
   const pid_t owner = owner_of_environment();
-  if (value_of("VOSKSTACK").empty() || owner == 0) return;
+  const std::string stack = value_of("VOSKSTACK");
+  if (stack.empty() || owner == 0) return;
   const std::string id = "process " + std::to_string(owner);
   // Processes of others can be there and not be seen.
   if (kill(owner, 0) != 0 && errno == ESRCH)

@@ -34,12 +34,12 @@ void examine_catalogue(findings &found) {
   errno = 0;
   nl_catd catalogue = catopen("vosk.cat", NL_CAT_LOCALE);
   if (catalogue == reinterpret_cast<nl_catd>(-1)) {
-    if (errno != ENOENT)
-      found.fault(
-          "catalogue_unusable",
-          "the message catalogue vosk.cat cannot be used" + (errno != 0 ? ": " + error_text(errno) : std::string()),
-          kReinstall);
-    return;  // the texts are in the library, too
+    const int error = errno;
+    if (error == ENOENT) return;  // the texts are in the library, too
+    std::string text = "the message catalogue vosk.cat cannot be used";
+    if (error != 0) text += ": " + error_text(error);
+    found.fault("catalogue_unusable", text, kReinstall);
+    return;
   }
   std::size_t wrong = 0;
   for (int i = 1; i < VK_MESSAGE_COUNT; ++i) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "coverage.h"
 #include "findings.h"
@@ -56,7 +57,7 @@ void examine_contents(findings &found, const stack_file &file) {
                 "vosk verify names them; vosk report shows what can be read");
   const push_outlook outlook = next_push(file.contents);
   const char *const reclaim = std::getenv("VOSKRECLAIM");
-  const bool whole = reclaim != nullptr && std::string(reclaim) == "whole";
+  const bool whole = reclaim != nullptr && std::strcmp(reclaim, "whole") == 0;
   if (outlook.stopped_by == obstacle::reclamation && !whole)
     found.fault("stack_full", file.path + " takes no more records: " + outlook.reason, kRemedy);
   else if (outlook.stopped_by == obstacle::header)
@@ -64,7 +65,8 @@ void examine_contents(findings &found, const stack_file &file) {
 }
 
 void examine_own_stack(findings &found, const std::string &path) {
-  if (!path.starts_with(std::string(kStackDirectory) + "/") || path.find("/..") != std::string::npos)
+  const std::string directory = std::string(kStackDirectory) + "/";
+  if (!path.starts_with(directory) || path.find("/..") != std::string::npos)
     found.fault("stack_elsewhere", "VOSKSTACK lies outside of " + std::string(kStackDirectory) + ": " + path,
                 "identifiers do not lead there: let the environment be created anew");
   struct stat st {};
@@ -92,7 +94,7 @@ void examine_times(findings &found) {
   std::string first;
   for (const stack_file &file : read_names({kStackDirectory}).stacks) {
     moment newest = file.facts.modified;
-    if (const record *last = covered_by(file.contents).last) newest = std::max(newest, made_at(*last).value_or(newest));
+    if (const record *last = covered_by(file.contents).last) newest = std::max(newest, *made_at(*last));
     if (microseconds_between(present, newest) <= kSlack) continue;
     if (later++ == 0) first = file.path + " by " + duration_text(microseconds_between(present, newest));
   }
