@@ -108,6 +108,24 @@ const std::string kIdle = "while :; do sleep 0.05; done";
 
 }  // namespace
 
+// Both are told before it sees the one of the command.
+TEST(RunSignals, DoesNotStopWithACommandThatIsToGoOnAlready) {
+  running vosk("trap 'exit 11' CONT; " + kReady + kIdle);
+  const pid_t command = vosk.command();
+  ASSERT_GT(command, 0);
+  ASSERT_EQ(kill(vosk.pid(), SIGSTOP), 0);
+  ASSERT_TRUE(WIFSTOPPED(vosk.next_status(WUNTRACED)));
+  ASSERT_EQ(kill(command, SIGSTOP), 0);
+  const auto stopped = [&] {
+    return files::read("/proc/" + std::to_string(command) + "/stat").value_or("").find(") T") != std::string::npos;
+  };
+  for (int i = 0; i < 500 && !stopped(); ++i) usleep(10000);
+  ASSERT_EQ(kill(vosk.pid(), SIGCONT), 0);
+  const int status = vosk.next_status(WUNTRACED);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 11);
+}
+
 TEST(RunSignals, PassesOnWhatIsSentToItAlone) {
   struct {
     int number;

@@ -110,14 +110,13 @@ class annotator {
 
   void annotate_line() {
     for (const std::string &eid : pending_) {
-      const auto id = decode_identifier(eid);
-      if (!id) continue;
-      const found_record found = id->where == location::stack ? records_.find(eid) : found_record{};
+      const identifier id = *decode_identifier(eid);  // the scanner finds whole ones only
+      const found_record found = id.where == location::stack ? records_.find(eid) : found_record{};
       if (found.what != nullptr && !found.what->intact) status_.damage = true;
       if (common_.json)
-        print_json(eid, *id, found);
+        print_json(eid, id, found);
       else
-        print_text(eid, *id, found);
+        print_text(eid, id, found);
     }
     pending_.clear();
   }

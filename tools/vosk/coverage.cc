@@ -135,12 +135,13 @@ void print_refused(output &out, const common_options &common, const collection &
   for (const refused_file &file : found.refused) {
     if (file.failed) status.failure = true;
     if (file.missing) status.not_found = true;
+    const bool unread = file.failed || file.missing;
     if (common.json) {
-      json_line line(file.failed || file.missing ? "unreadable" : "skipped");
+      json_line line(unread ? "unreadable" : "skipped");
       line.text("file", file.path).text("reason", file.reason);
       out.write(line.take());
     } else {
-      complain((file.failed || file.missing ? "cannot read " : "skipped ") + escaped(file.path) + ": " + file.reason);
+      complain((unread ? "cannot read " : "skipped ") + escaped(file.path) + ": " + file.reason);
     }
   }
 }

@@ -32,7 +32,7 @@ time_window window_around(const std::string &text) {
 
 bool parse_number(std::string_view text, unsigned &value) {
   const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-  return !text.empty() && result.ec == std::errc() && result.ptr == text.data() + text.size();
+  return result.ec == std::errc() && result.ptr == text.data() + text.size();
 }
 
 bool matches_any(const std::vector<std::string> &patterns, const std::optional<std::string_view> &text) {

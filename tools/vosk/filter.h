@@ -35,7 +35,7 @@ class record_filter {
   struct free_regex {
     void operator()(regex_t *regex) const {
       regfree(regex);
-      delete regex;
+      std::default_delete<regex_t>()(regex);
     }
   };
 

@@ -40,7 +40,7 @@ const char *node_name(node_test node) {
 }
 
 std::string node_text(const identifier &id, node_test node) {
-  const std::string address = id.address ? id.address->text() : "no address";
+  const std::string address = id.address->text();
   switch (node) {
     case node_test::this_node:
       return address + ", this node";
@@ -76,9 +76,8 @@ void identifier_members(json_object &object, const identifier &id, node_test nod
       break;
   }
   object.text("time", utc_time_text(id.seconds, id.microseconds)).number("seconds", id.seconds);
-  if (id.microseconds) object.number("microseconds", *id.microseconds);
-  if (id.address) object.text("node", id.address->text());
-  object.text("node_test", node_name(node));
+  object.number("microseconds", *id.microseconds);
+  object.text("node", id.address->text()).text("node_test", node_name(node));
 }
 
 }  // namespace vosk

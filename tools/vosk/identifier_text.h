@@ -1,4 +1,4 @@
-// What an identifier says, in text and JSON.
+// What a whole identifier says, in text and JSON.
 #ifndef TOOLS_VOSK_IDENTIFIER_TEXT_H
 #define TOOLS_VOSK_IDENTIFIER_TEXT_H
 

@@ -31,16 +31,14 @@ std::string source_text(const output &out, const log_record &r) {
 }
 
 std::string log_block(const output &out, const common_options &common, const log_record &r) {
-  const auto id = decode_identifier(r.eid);
+  const identifier id = *decode_identifier(r.eid);
   std::string block = out.painted(style::note, "Record in line " + std::to_string(r.line) + " of " +
                                                    out.safe(r.source) + (r.complete ? "" : ", cut")) +
                       "\n";
-  add_field(block, "Identifier", out.painted(style::identifier, or_dash(out.safe(r.eid))));
+  add_field(block, "Identifier", out.painted(style::identifier, r.eid));
   add_field(block, "Follows from", or_dash(out.safe(r.reference)));
-  if (id) {
-    add_field(block, "Time", time_text(id->seconds, id->microseconds, common.utc ? zone::utc : zone::local));
-    add_field(block, "Node", id->address ? id->address->text() : "not told by the identifier");
-  }
+  add_field(block, "Time", time_text(id.seconds, id.microseconds, common.utc ? zone::utc : zone::local));
+  add_field(block, "Node", id.address->text());
   add_field(block, "Process", process_text(out, r) + (r.host.empty() ? "" : ", host " + out.safe(r.host)));
   if (r.file_line) {
     add_field(block, "Product", or_dash(out.safe(r.product)));

@@ -14,7 +14,7 @@
 
 namespace vosk {
 
-// Every field, a line each.
+// Every field, a line each, of a recording that was asked for: its identifier is whole.
 std::string log_block(const output &out, const common_options &common, const log_record &r);
 
 void log_members(json_object &object, const log_record &r);

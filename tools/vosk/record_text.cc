@@ -133,7 +133,8 @@ std::string source_text(const output &out, const record &r) {
 
 std::string short_line(const output &out, const common_options &common, const record &r, const std::string &description,
                        bool with_node) {
-  const std::string node = with_node && r.id && r.id->address ? " on " + r.id->address->text() : "";
+  std::string node;
+  if (with_node && r.id && r.id->address) node = " on " + r.id->address->text();
   std::string line = out.painted(style::time, time_of(common, r)) + " " +
                      out.painted(style::process, process_text(out, r)) + node + " " +
                      or_dash(out.safe(or_empty(r.product))) + " " + source_text(out, r) + " " +
