@@ -84,8 +84,9 @@ incident_flags missing_fields(const incident &in) noexcept {
   return flags;
 }
 
-// How far an attempt has come; unfinished is a stack file that another process is just creating.
-enum class progress { ready, recorded, failed, unfinished };
+// How far an attempt has come; unfinished is a stack file that another process is just creating, gone one that it has
+// taken away again.
+enum class progress { ready, recorded, failed, unfinished, gone };
 
 // One push. What is made once, however often the file has to be opened: the trace, the flags and the detail copy.
 class pusher {
@@ -106,11 +107,10 @@ class pusher {
     for (;;) {
       va_list attempt_args;
       va_copy(attempt_args, args);
-      const progress made = attempt(attempt_args, wait.may_wait());
+      const progress made = attempt(attempt_args, wait);
       va_end(attempt_args);
       if (made == progress::failed) return code_;
       if (made == progress::recorded) break;
-      wait.until_finished(stack_path_);
     }
     hand_out_identifier();
     return raise_attentions(in_, flags_);
@@ -124,10 +124,11 @@ class pusher {
     return progress::failed;
   }
 
-  progress attempt(va_list args, bool may_wait) noexcept;
+  progress attempt(va_list args, creation_wait &wait) noexcept;
   bool find_and_open(int &fd) noexcept;
   bool copy_details(int fd) noexcept;
   void build_record(va_list args) noexcept;
+  progress write_when_finished(int fd, creation_wait &wait) noexcept;
   progress write_record(int fd, bool may_wait) noexcept;
   progress write_by_whole_records(int fd, bool may_wait) noexcept;
   progress write_record(int fd, bool may_wait, stack_image *image) noexcept;
@@ -246,6 +247,21 @@ int pusher::trace_failed_write(std::size_t size, ssize_t written, int code) cons
   return err;
 }
 
+// The record stays as it was made while its file is waited for. Where that is gone the next attempt makes another one.
+progress pusher::write_when_finished(int fd, creation_wait &wait) noexcept {
+  for (;;) {
+    const progress made = write_record(fd, wait.may_wait());
+    if (made != progress::unfinished) return made;
+    unlock_stack(fd);
+    wait.until_finished(stack_path_);
+    if (is_removed(fd)) {
+      (void)close(fd);
+      return progress::gone;
+    }
+    if (!lock_again(trace_, stack_path_, fd, code_)) return progress::failed;
+  }
+}
+
 progress pusher::write_record(int fd, bool may_wait) noexcept {
   return chosen_rule() == reclaim_rule::whole ? write_by_whole_records(fd, may_wait)
                                               : write_record(fd, may_wait, nullptr);
@@ -257,8 +273,8 @@ progress pusher::write_record(int fd, bool may_wait) noexcept {
   return write_record(fd, may_wait, &image);
 }
 
-// Writes the record and then the header that leads to it. The file is open and locked; it is left in every case.
-// Whole records make room where there is an image.
+// Writes the record and then the header that leads to it. The file is open and locked; it is left, unless it is
+// unfinished. Whole records make room where there is an image.
 progress pusher::write_record(int fd, bool may_wait, stack_image *image) noexcept {
   stack_header header;
   progress made = make_room(fd, may_wait, image, header);
@@ -275,10 +291,7 @@ progress pusher::leave_bad_stack(int fd, int result, const char *routine) noexce
 progress pusher::make_room(int fd, bool may_wait, stack_image *image, stack_header &header) noexcept {
   const reclaim_rule rule = image != nullptr ? reclaim_rule::whole : reclaim_rule::standard;
   int result = vk_get_stack_ctrl_info(trace_on_, trace_path_, fd, &header, may_wait, rule, image);
-  if (result == kStackUnfinished) {
-    leave_stack(fd);
-    return progress::unfinished;
-  }
+  if (result == kStackUnfinished) return progress::unfinished;  // still open and locked
   if (result != VOSK_SUCCESS && result != VOSK_UNSUPPORTED)
     return leave_bad_stack(fd, result, "vk_get_stack_ctrl_info");
   // The records of a foreign version are not ours to tell whole ones from leftovers.
@@ -322,7 +335,7 @@ progress pusher::put_control(int fd, const stack_file::control &control) noexcep
   return progress::recorded;
 }
 
-progress pusher::attempt(va_list args, bool may_wait) noexcept {
+progress pusher::attempt(va_list args, creation_wait &wait) noexcept {
   int fd = -1;
   if (!find_and_open(fd)) return progress::failed;
   if (pid_ != owner_) {
@@ -335,7 +348,7 @@ progress pusher::attempt(va_list args, bool may_wait) noexcept {
   parent_ = originator_ == owner_ ? 0 : getppid();
   if (!copy_details(fd)) return progress::failed;
   build_record(args);
-  return write_record(fd, may_wait);
+  return write_when_finished(fd, wait);
 }
 
 void pusher::hand_out_identifier() noexcept {

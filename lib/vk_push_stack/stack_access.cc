@@ -1,6 +1,7 @@
 #include "lib/vk_push_stack/stack_access.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -115,6 +116,16 @@ bool lock_again(const tracer &trace, const char *path, int fd, int &code) noexce
   (void)close(fd);
   code = report(kLockFailed, 40, path, err);
   return false;
+}
+
+void unlock_stack(int fd) noexcept {
+  (void)lseek(fd, 0, SEEK_SET);
+  (void)lockf(fd, F_ULOCK, 0);
+}
+
+bool is_removed(int fd) noexcept {
+  struct stat status;
+  return fstat(fd, &status) == 0 && status.st_nlink == 0;
 }
 
 void leave_stack(int fd) noexcept {

@@ -21,9 +21,15 @@ open_result open_stack(const tracer &trace, const char *path) noexcept;
 // and the file is opened as an existing one.
 open_result create_stack(int trace_on, const char *trace_path, const tracer &trace, const char *path) noexcept;
 
-// Takes the lock again, which this process's closing of another descriptor of the file has dropped; false, reported in
-// `code`, when it is refused.
+// Takes the lock again, which this process's closing of another descriptor of the file has dropped, or which was given
+// back; false, reported in `code`, and the file closed, when it is refused.
 bool lock_again(const tracer &trace, const char *path, int fd, int &code) noexcept;
+
+// Gives the lock back; the file stays open.
+void unlock_stack(int fd) noexcept;
+
+// Whether the open file has no name any more.
+bool is_removed(int fd) noexcept;
 
 // Unlocks and closes; nobody asks for the results.
 void leave_stack(int fd) noexcept;
