@@ -258,8 +258,8 @@ void floor_detail_copy(const char *input, const char *directory, const char *out
   DONE(stat(directory, &status));
   DONE(stat(output, &status));
   out = open(output, O_WRONLY | O_CREAT | O_EXCL | O_APPEND, 0644);
-  in = open(input, O_RDONLY | O_NONBLOCK);
-  DONE(fstat(in, &status));
+  DONE(fstatat(AT_FDCWD, input, &status, 0));
+  in = open(input, O_RDONLY);
   while ((count = read(in, bytes, sizeof bytes)) > 0) DONE(write(out, bytes, (size_t)count));
   close(in);
   close(out);

@@ -291,7 +291,7 @@ int vk_log_error_1(vk_eid_t *eid, const char *assoc_fid, const char *resource, c
  * process id and the local time in seconds, and writes the name to cite to `output` (4096 bytes): the copy's on
  * success, else `input` itself; `output` stays as it was where `input` fails its own test. Returns 0; -4 null or empty
  * `input`; -5 null `output`; a code of vk_test_for_file or vk_test_for_dir for the input or the directory; -27 two
- * copies within one second; -31 VOSKPNAME unset or with a slash; -16, -18, -20, -30, -1.
+ * copies within one second; -31 VOSKPNAME unset, or one whose slash would lead elsewhere; -16, -18, -20, -30, -1.
  */
 int vk_make_dump_file_copy(int trace_on, const char *trace_path, const char *input, char *output);
 
@@ -483,7 +483,7 @@ int vk_l64a_r(uint64_t value, char *buffer, int buflen);
 
 /*
  * vk_a64l returns the number that `string` encodes, all of its characters being digits; 0 for NULL or an empty string.
- * A character outside the alphabet counts as some digit. Safe in signal handlers and threads.
+ * A character outside the alphabet counts as 64. Safe in signal handlers and threads.
  */
 uint64_t vk_a64l(const char *string);
 

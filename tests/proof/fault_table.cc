@@ -201,7 +201,6 @@ std::vector<Site> copy_sites(const std::string &routine) {
           {"stat", false, name},
           {"open", false, failed},
           {"open", false, failed},
-          {"fstat", false, failed},
           {"read", false, failed},  // a short read is followed by more of them, which would shift this list
           {"write", false, failed, failed_short},
           {"read", false, failed},

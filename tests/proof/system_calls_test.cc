@@ -104,7 +104,7 @@ const std::string kReserve = "statfs open fcntl fchmod lseek write 16 lseek writ
 
 // What the standard reclamation reads and clears of one record.
 const std::string kClear = "lseek read lseek 2 write ";
-const std::string kCopy = "rlimit getpid stat 2 open 2 stat read write read write read close 2";
+const std::string kCopy = "rlimit getpid stat 2 open stat open read write read write read close 2";
 const std::string kSend = "socket connect getpid sendto close";
 const std::string kAddresses = "socket fcntl ioctl 2";
 // The C library looks for a catalogue in eight places.

@@ -1,6 +1,7 @@
 // Copies of detail files: a caller's file may be gone or changed when somebody reads the record that cites it.
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -30,17 +31,18 @@ constexpr errno_code kOpenInput[] = {
     {ENFILE, VOSK_NO_RESOURCE}, {EMFILE, VOSK_NO_RESOURCE}, {EDQUOT, VOSK_NO_RESOURCE}, {ENOSPC, VOSK_NO_SPACE}};
 constexpr errno_code kWriteCopy[] = {{ENOSPC, VOSK_NO_SPACE}, {EDQUOT, VOSK_NO_SPACE}, {EFBIG, VOSK_NO_SPACE}};
 
+int no_command_name(const tracer &trace) noexcept {
+  VK_TRACE(trace,
+           "Cannot obtain command name from envionment value %s\nAssuming corrupted VOSK Environment\n"
+           "Returning %s(%d) to the caller",
+           "VOSKPNAME", vosk_name(VOSK_INV_ENV), VOSK_INV_ENV);
+  return VOSK_INV_ENV;
+}
+
 int vk_get_dump_file_name(int trace_on, const char *trace_path, char *name) noexcept {
   const tracer trace(trace_on, trace_path, "vk_get_dump_file_name");
   const char *command = getenv("VOSKPNAME");
-  // A name with a slash would lead out of the directory.
-  if (!is_set(command) || std::strchr(command, '/') != nullptr) {
-    VK_TRACE(trace,
-             "Cannot obtain command name from envionment value %s\nAssuming corrupted VOSK Environment\n"
-             "Returning %s(%d) to the caller",
-             "VOSKPNAME", vosk_name(VOSK_INV_ENV), VOSK_INV_ENV);
-    return VOSK_INV_ENV;
-  }
+  if (!is_set(command)) return no_command_name(trace);
   timeval now = {};
   (void)gettimeofday(&now, nullptr);
   tm local = {};
@@ -51,7 +53,8 @@ int vk_get_dump_file_name(int trace_on, const char *trace_path, char *name) noex
                       local.tm_min, local.tm_sec);
 
   const int result = vk_test_for_file(trace_on, trace_path, name);
-  if (result == VOSK_FILE_MISSING) return VOSK_SUCCESS;
+  // A name with a slash would make a file outside of the directory.
+  if (result == VOSK_FILE_MISSING) return std::strchr(command, '/') == nullptr ? VOSK_SUCCESS : no_command_name(trace);
   if (result == VOSK_SUCCESS) {
     VK_TRACE(trace, "Dump file \"%s\" already exists, cannot recreated it\nReturning %s(%d) to the caller\n", name,
              vosk_name(VOSK_FILE_EXIST), VOSK_FILE_EXIST);
@@ -87,13 +90,16 @@ int vk_copy_file(int trace_on, const char *trace_path, int input, int output) no
   }
 }
 
-// O_NONBLOCK, so that a FIFO cannot hold the caller up; and only a regular file has an end to copy to.
-int open_input(const char *path) noexcept {
-  const int fd = open(path, O_RDONLY | O_NONBLOCK);
-  if (fd == -1) return -1;
+// What has no end to copy to is not opened, since a FIFO would hold the caller up. Of the devices the null one has an
+// end.
+bool has_an_end(const char *path) noexcept {
   struct stat status;
-  if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) return fd;
-  (void)close(fd);
+  if (fstatat(AT_FDCWD, path, &status, 0) != 0) return true;  // opening it says why
+  return S_ISREG(status.st_mode) || (S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3));
+}
+
+int open_input(const char *path) noexcept {
+  if (has_an_end(path)) return open(path, O_RDONLY);
   errno = EINVAL;
   return -1;
 }
