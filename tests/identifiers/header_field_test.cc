@@ -152,6 +152,9 @@ TEST(HeaderDecoder, SaysWhatIsWrongWithAHeader) {
       {"./", kUnset, kUnset, -99,
        "Header code ./ converted to value 0x40, outside of supported range\n"
        "Returning VOSK_UNSUPPORTED(-99) to the caller\n"},
+      {"*", kUnset, kUnset, -99,  // no digit
+       "Header code * converted to value 0x40, outside of supported range\n"
+       "Returning VOSK_UNSUPPORTED(-99) to the caller\n"},
       {"7/", kUnset, kUnset, -99,
        "Header code 7/ converted to value 0x49, outside of supported range\n"
        "Returning VOSK_UNSUPPORTED(-99) to the caller\n"},

@@ -14,9 +14,10 @@ constexpr const char *const vk_digits = kDigits;
 
 static constexpr int kMostDigits = 6;
 
-// The value of every byte; one outside the alphabet counts as 0.
+// The value of every byte; one outside the alphabet counts more than any digit, so that the checks of ranges find it.
 static constexpr auto kValues = [] {
   std::array<std::uint8_t, 256> values{};
+  values.fill(64);
   for (std::uint8_t i = 0; i < 64; ++i) values[static_cast<unsigned char>(kDigits[i])] = i;
   return values;
 }();
