@@ -460,7 +460,7 @@ TEST(Stack, JudgesTheOffsetsOfAWrappedFileByWhatLiesThere) {
 // Without a position to go by, the oldest record is behind the widest step back in time.
 TEST(Stack, OrdersByTheWidestStepBackWhereThePositionIsDamaged) {
   builder::model m;
-  for (const std::uint64_t at : {200, 300, 100, 150, 140, 160}) {
+  for (const unsigned at : {200u, 300u, 100u, 150u, 140u, 160u}) {
     builder::record r;
     r.at(1700000000 + at, 0).detail = std::to_string(at);
     ASSERT_TRUE(m.push(builder::record_bytes(r)));
