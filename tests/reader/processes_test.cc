@@ -90,13 +90,13 @@ TEST(ProcFile, IsReadAsFarAsIsAskedFor) {
 
 template <class Number>
 class Numbers : public testing::Test {};
-using every_number = testing::Types<int, std::int64_t>;
+using every_number = testing::Types<int, long, unsigned long long>;
 TYPED_TEST_SUITE(Numbers, every_number);
 
 TYPED_TEST(Numbers, AreWholeTextsAndFit) {
   TypeParam number = 0;
-  EXPECT_TRUE(vosk::parse_number("-12", number));
-  EXPECT_EQ(number, -12);
+  EXPECT_TRUE(vosk::parse_number("12", number));
+  EXPECT_EQ(number, TypeParam{12});
   for (const char *other : {"", "x", "5x", "99999999999999999999"})
     EXPECT_FALSE(vosk::parse_number(other, number)) << other;
 }

@@ -2,7 +2,6 @@
 #ifndef TOOLS_READER_PROC_FILE_H
 #define TOOLS_READER_PROC_FILE_H
 
-#include <charconv>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -33,11 +32,9 @@ std::vector<std::string_view> stat_fields(std::string_view text);
 std::vector<std::string_view> split(std::string_view text, std::string_view separators);
 
 // True if all of `text` is a number.
-template <class Number>
-bool parse_number(std::string_view text, Number &number) {
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  return result.ec == std::errc() && result.ptr == text.data() + text.size();
-}
+bool parse_number(std::string_view text, int &number);
+bool parse_number(std::string_view text, long &number);
+bool parse_number(std::string_view text, unsigned long long &number);
 
 }  // namespace vosk
 
