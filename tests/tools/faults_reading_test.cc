@@ -232,6 +232,8 @@ TEST_F(Faults, OfALogAreNamed) {
       {"no journal, and the usual logs cannot be read", "show " + kLogged,
        "access|1+|2|journalctl\nopenat|1|13|/var/log", 1,
        "and others could not\n  Not readable    /var/log: Permission"},
+      {"no journal, and no usual logs", "show " + kLogged, "access|1+|2|journalctl\nopenat|1|2|/var/log", 4,
+       "in none of the logs that were searched\n  Logs searched   0\n"},
       {"a log that went meanwhile", show(dir_ / "logs"), "openat|1|2|syslog", 4, "  Verdict         not_in_logs: "},
       {"a directory in which logs are", show(dir_ / "logs/"), "", 0, dir_ / "logs/syslog"},
       {"logs of a collection", show(tar_), "", 0, "in the log"},

@@ -70,8 +70,7 @@ std::vector<std::string> logs_of_collections(const std::string &path) {
     if (is_archive(file.fd.get()) || (place.is_in("logs") && is_of_unpacked_collection(dir, entry_path)))
       logs.push_back(entry_path);
   };
-  const bool is_tree = walk_directory(path, kDepth, look_at);
-  if (!is_tree && errno == ENOTDIR) look_at(AT_FDCWD, {path, 0, 0}, path);
+  if (!walk_directory(path, kDepth, look_at)) look_at(AT_FDCWD, {path, 0, 0}, path);
   return logs;
 }
 
