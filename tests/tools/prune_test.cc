@@ -120,8 +120,10 @@ TEST(Prune, RemovesAStackWithItsCopiesWhenItsProcessesAreGone) {
   const std::string young = make_stack(stack_of("young"), 29 * kDay, make_copy("cited_by_young", 31 * kDay));
   make_copy("cited_by_none", 31 * kDay);
   make_copy("young", 29 * kDay);
+  const std::string old_too = make_stack(stack_of("old_too"), 31 * kDay, copy_of("cited_by_young"));
   const auto lines = prune({"--older-than", "30d"});
   EXPECT_EQ(fate(lines, old), "removed");
+  EXPECT_EQ(fate(lines, old_too), "removed");
   EXPECT_EQ(fate(lines, copy_of("cited_by_old")), "removed");
   EXPECT_EQ(fate(lines, young), "too_young");
   EXPECT_EQ(fate(lines, copy_of("cited_by_young")), "cited");
@@ -130,7 +132,7 @@ TEST(Prune, RemovesAStackWithItsCopiesWhenItsProcessesAreGone) {
   EXPECT_EQ(files::list(kStacks), std::vector<std::string>{young.substr(kStacks.size() + 1)});
   EXPECT_EQ(files::list(kDumps).size(), 2u);
   EXPECT_EQ(lines.back()["type"], "prune");
-  EXPECT_EQ(lines.back()["removed"], 3);
+  EXPECT_EQ(lines.back()["removed"], 4);
   EXPECT_EQ(lines.back()["kept"], 3);
 }
 
@@ -270,34 +272,47 @@ TEST(Prune, KeepsTheCopyThatACutRecordCites) {
 
 TEST(Prune, KeepsCopiesOfTheTimeOfARecordThatIsCutInFrontOfTheirNames) {
   constexpr std::int64_t kMade = 1700000000;  // when copy_of() says
-  struct {
-    std::size_t filler;
-    std::int64_t at;
-    const char *fate;
-  } const rows[] = {
-      {838, kMade, "cited"},       // in the path of the directory
-      {900, kMade, "cited"},       // in front of it
-      {838, kMade + 59, "cited"},  // a large copy takes its time
-      {838, kMade + 3600, "would_remove"},
-      {900, kMade - 3600, "would_remove"},
-      {10, kMade, "would_remove"},  // whole: it cites none
-  };
   const std::string by_name = make_copy("by_name", 31 * kDay), by_time = kDumps + "/by_time.1.20240101.000000";
   ASSERT_TRUE(files::write(by_time, "a copy"));
   set_age(by_time, time(nullptr) - kMade);
-  for (const auto &row : rows) {
-    SCOPED_TRACE(std::to_string(row.filler) + " " + std::to_string(row.at));
+  ASSERT_TRUE(files::write(kDumps + "/notes", "no copy, of no time"));
+  const auto filled = [&](std::size_t filler, std::int64_t at, const std::string &detail) {
     builder::record r;
-    r.at(static_cast<std::uint64_t>(row.at), 0);
-    r.default_text = std::string(row.filler, 'm');
-    r.detail = row.filler == 10 ? "text" : by_name;
+    r.at(static_cast<std::uint64_t>(at), 0);
+    r.default_text = std::string(filler, 'm');
+    r.detail = detail;
+    return r;
+  };
+  builder::record unidentified = filled(838, kMade, by_name), process_only = filled(0, kMade, by_name);
+  unidentified.eid.clear();
+  process_only.process = std::string(1000, 'p');
+  const std::size_t full = 1024 - (builder::record_bytes(filled(0, kMade, "")).size() - 1);
+  struct {
+    const char *what;
+    builder::record record;
+    const char *fate;
+  } const rows[] = {
+      {"in the path of the directory", filled(838, kMade, by_name), "cited"},
+      {"in front of it", filled(900, kMade, by_name), "cited"},
+      {"just in front of it", filled(full, kMade, by_name), "cited"},
+      {"in front of the process id", process_only, "cited"},
+      {"a large copy takes its time", filled(838, kMade + 59, by_name), "cited"},
+      {"later", filled(838, kMade + 3600, by_name), "would_remove"},
+      {"earlier", filled(900, kMade - 3600, by_name), "would_remove"},
+      {"whole, it cites none", filled(10, kMade, "text"), "would_remove"},
+      {"in another text", filled(10, kMade, std::string(1000, 'x')), "would_remove"},
+      {"without an identifier, which has no time", unidentified, "cited"},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.what);
     builder::model m;
-    ASSERT_TRUE(m.push(builder::record_bytes(r)));
+    ASSERT_TRUE(m.push(builder::record_bytes(row.record)));
     ASSERT_TRUE(m.push(builder::record_bytes({})));
     tool::write_stack(stack_of("cut"), m.file());
     const auto lines = prune({"--older-than", "30d", "--dry-run"});
     EXPECT_EQ(fate(lines, by_name), row.fate);
     EXPECT_EQ(fate(lines, by_time), row.fate);
+    EXPECT_EQ(fate(lines, kDumps + "/notes"), "no_copy");
   }
 }
 
@@ -316,15 +331,28 @@ TEST(Prune, KeepsACopyThatAGivenLogCites) {
   make_copy("not_in_log", 31 * kDay);
   set_age(copy_of("in log"), 31 * kDay);
   ASSERT_EQ(rename(copy_of("not_in_log").c_str(), (kDumps + "/not_in_log.2.20231114.221320").c_str()), 0);
+  // An entry of the journal, which shows a message that is no text as its bytes.
+  const std::string in_journal = kDumps + "/in_journal.3.20231114.221320";
+  ASSERT_TRUE(files::write(in_journal, "a copy"));
+  set_age(in_journal, 31 * kDay);
+  std::string bytes;
+  for (const char c :
+       "(Recorded using libqx_vosk.a cv 2):::Error ID: :::Reference ID: :::Template ID: 0:::Details File: " +
+           in_journal + ":::Location: \xff")
+    bytes += (bytes.empty() ? "" : ",") + std::to_string(static_cast<unsigned char>(c));
   ASSERT_TRUE(files::write(
-      logs / "log", "Nov 14 22:13:20 node in#040log: (Recorded using libqx_vosk.a cv 2):::Details File: " + kDumps +
-                        "/in#040log.1.20231114.221320:::Location: ..:::text\n"));
+      logs / "log", "{\"MESSAGE\":[" + bytes +
+                        "]}\nNov 14 22:13:20 node in#040log: (Recorded using libqx_vosk.a cv 2):::Details File: " +
+                        kDumps + "/in#040log.1.20231114.221320:::Location: ..:::text\n" +
+                        "a name without the path: not_in_log.2.20231114.221320\n" + "a part of a name: " + kDumps +
+                        "/not_in_log.2.20231114\n"));
   const auto dry = prune({"--older-than", "30d", "--dry-run"});
   EXPECT_EQ(fate(dry, copy_of("in log")), "would_remove");
   const auto unread = prune({"--older-than", "30d", "--log", logs / "missing"}, 1);
   EXPECT_EQ(fate(unread, copy_of("in log")), "not_told");
   const auto lines = prune({"--older-than", "30d", "--log", logs / "log"});
   EXPECT_EQ(fate(lines, copy_of("in log")), "cited_in_log");
+  EXPECT_EQ(fate(lines, in_journal), "cited_in_log");
   EXPECT_EQ(fate(lines, kDumps + "/not_in_log.2.20231114.221320"), "removed");
 }
 

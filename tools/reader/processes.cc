@@ -110,7 +110,7 @@ std::optional<process_table> process_table::read(std::string &why) {
     const auto environment = proc_file(process.pid, "environ", kMostEnvironment);
     if (environment)
       process.stacks = parse_environment(*environment);
-    else
+    else if (errno != ESRCH && errno != ENOENT)  // a thread of the kernel's, which has none; or it ended meanwhile
       ++table.unreadable_;
     table.processes_.push_back(std::move(process));
   }

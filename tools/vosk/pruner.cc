@@ -51,8 +51,8 @@ void find_paths(byte_span bytes, std::set<std::string> &names) {
 // ".PID.YYYYMMDD.HHMMSS" of a copy's name.
 std::string_view ending_of(std::string_view name) {
   std::size_t at = name.size();
-  for (int dots = 0; dots < 3 && at != 0 && at != std::string_view::npos; ++dots) at = name.rfind('.', at - 1);
-  return at == std::string_view::npos ? name : name.substr(at);
+  for (int dots = 0; dots < 3; ++dots) at = name.rfind('.', at - 1);
+  return name.substr(at);
 }
 
 // Every ending of a copy's name in a line that cites one. A log may have changed characters of the name before it.
@@ -272,8 +272,8 @@ void pruner::remove() {
     const prune_candidate &file = files_[i];
     if (!file.kept && (file.is_stack || citing_.count(file.name) == 0)) open_.insert({file.facts.modified, i});
   }
-  while (!open_.empty() && wanted(files_[open_.begin()->index])) {
-    const std::size_t index = open_.begin()->index;
+  while (!open_.empty() && wanted(files_[open_.begin()->second])) {
+    const std::size_t index = open_.begin()->second;
     open_.erase(open_.begin());
     try_to_remove(index);
   }
@@ -327,9 +327,10 @@ void pruner::try_to_remove(std::size_t index) {
 void pruner::after_removal(const prune_candidate &stack) {
   const auto index = static_cast<std::size_t>(&stack - files_.data());
   for (const std::string &name : stack.cites) {
-    const auto cited = citing_.find(name);
-    if (cited == citing_.end() || cited->second.erase(index) == 0 || !cited->second.empty()) continue;
-    citing_.erase(cited);
+    std::set<std::size_t> &stacks = citing_[name];
+    stacks.erase(index);
+    if (!stacks.empty()) continue;
+    citing_.erase(name);
     const auto copy = copies_.find(name);
     if (copy != copies_.end() && !files_[copy->second].kept)
       open_.insert({files_[copy->second].facts.modified, copy->second});

@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "reader/processes.h"
@@ -61,11 +62,7 @@ class pruner {
   std::size_t unreadable_environments() const noexcept { return processes_->unreadable(); }
 
  private:
-  struct place {
-    moment modified;
-    std::size_t index;
-    auto operator<=>(const place &) const = default;  // NOLINT(modernize-use-nullptr)
-  };
+  using place = std::pair<moment, std::size_t>;  // when it was written, and which file
 
   bool open(const char *path, unique_fd &fd, std::string &why, bool &missing);
   void look_at_copies();
