@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,11 +26,12 @@ namespace {
 // A command at a terminal of its own.
 class terminal {
  public:
-  terminal(const std::vector<std::string> &arguments, const std::map<std::string, std::string> &environment,
-           bool as_nobody = false) {
+  terminal(
+      const std::vector<std::string> &arguments, const std::map<std::string, std::string> &environment,
+      const std::function<bool()> &prepared = [] { return true; }) {
     pid_ = forkpty(&fd_, nullptr, nullptr, nullptr);
     if (pid_ != 0) return;
-    if (as_nobody && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) _exit(126);
+    if (!prepared()) _exit(126);
     clearenv();
     for (const auto &[name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
     std::vector<char *> argv;
@@ -77,6 +80,15 @@ class terminal {
   pid_t pid_ = -1;
   std::string shown_;
 };
+
+bool become_nobody() {
+  return setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0;
+}
+
+bool become_nobody_without_a_shell() {
+  return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("/dev/null", "/bin/sh", nullptr, MS_BIND, nullptr) == 0 && become_nobody();
+}
 
 class Pager : public testing::Test {
  protected:
@@ -135,10 +147,17 @@ TEST_F(Pager, OfOthersIsTheOneThatTheyWant) {
                     {{{"VOSK_PAGER", ""}, {"PAGER", "less"}}, "\x1b[36m-- "},
                     {{}, "[less LESS=FRX SECURE=]"}};
   for (const auto &row : rows) {
-    terminal t(report(), environment(row.environment), true);
+    terminal t(report(), environment(row.environment), become_nobody);
     EXPECT_THAT(t.shows(), testing::StartsWith(row.starts_with));
     EXPECT_EQ(t.ends(), 0);
   }
+}
+
+TEST_F(Pager, OfOthersNeedsAShell) {
+  if (geteuid() != 0) CANNOT_RUN_HERE("needs to become another user");
+  terminal t(report(), environment({{"PAGER", "mine"}}), become_nobody_without_a_shell);
+  EXPECT_THAT(t.shows(), testing::AllOf(HasSubstr("2023-11-14"), Not(HasSubstr("[mine"))));
+  EXPECT_EQ(t.ends(), 0);
 }
 
 TEST_F(Pager, IsNotStartedWhereItIsNotWanted) {
@@ -168,9 +187,15 @@ TEST_F(Pager, IsDoneWithoutWhereItCannotBeStarted) {
     EXPECT_THAT(shown, Not(HasSubstr("[less")));
     EXPECT_THAT(shown, HasSubstr("2023-11-14"));
   }
-  terminal t(report(), environment({{"LD_PRELOAD", QX_FAULTS_LIBRARY}, {"QX_FAULTS", "waitpid|1|4|"}}));
-  EXPECT_THAT(t.shows(), testing::EndsWith("[end]\r\n")) << "it is waited for although that is interrupted";
-  EXPECT_EQ(t.ends(), 0);
+  for (const char *failing : {"waitpid|1|4|", "write|1|4|pipe"}) {
+    terminal t(report(), environment({{"LD_PRELOAD", QX_FAULTS_LIBRARY}, {"QX_FAULTS", failing}}));
+    const std::string shown = t.shows();
+    EXPECT_THAT(shown, HasSubstr("2023-11-14")) << failing;
+    EXPECT_THAT(shown, testing::EndsWith("[end]\r\n")) << "it is waited for although that is interrupted";
+    EXPECT_EQ(t.ends(), 0);
+  }
+  terminal lost(report(), environment({{"LD_PRELOAD", QX_FAULTS_LIBRARY}, {"QX_FAULTS", "waitpid|1+|10|"}}));
+  EXPECT_EQ(lost.ends(), 0) << "one that is no child any more is not waited for";
 }
 
 TEST_F(Pager, GetsColoursOnlyForATerminalThatHasThem) {
@@ -178,6 +203,13 @@ TEST_F(Pager, GetsColoursOnlyForATerminalThatHasThem) {
     terminal t(report(), environment({{name, value}}));
     EXPECT_THAT(t.shows(), Not(HasSubstr("\x1b["))) << name;
   }
+  auto unknown = environment();
+  unknown.erase("TERM");
+  EXPECT_THAT(terminal(report(), unknown).shows(), Not(HasSubstr("\x1b[")));
+  EXPECT_THAT(terminal(report({"--color", "never"}), environment()).shows(), Not(HasSubstr("\x1b[")));
+  const tool::result empty = tool::run({"vosk", "show", "--color", "always", "--log", "none", ""});
+  EXPECT_EQ(empty.status, 4) << empty.err;
+  EXPECT_THAT(empty.out, testing::AllOf(testing::StartsWith("\n"), HasSubstr("\x1b["))) << "not for an empty text";
   terminal t(report(), environment({{"NO_COLOR", ""}}));
   EXPECT_THAT(t.shows(), HasSubstr("\x1b["));
 }
@@ -196,15 +228,37 @@ TEST_F(Pager, OutlivesAnInterrupt) {
   ASSERT_TRUE(files::write(dir_ / "less",
                            "#!/bin/sh\ntrap 'echo \"[interrupted]\"' INT\ncat >/dev/null\necho '[ready]'\n"
                            "read key </dev/tty; read key </dev/tty\necho \"[left $key]\"\n"));
-  terminal t(report(), environment());
+  // The second waiting is that for the pager once more; it may be interrupted itself.
+  for (const char *failing : {"", "waitpid|2|4|"}) {
+    terminal t(report(), environment({{"LD_PRELOAD", QX_FAULTS_LIBRARY}, {"QX_FAULTS", failing}}));
+    (void)t.shows("[ready]");
+    t.types("\x03");
+    (void)t.shows("[interrupted]");
+    usleep(50000);
+    EXPECT_TRUE(t.runs()) << failing;
+    t.types("q\nq\n");
+    EXPECT_THAT(t.shows("[left"), HasSubstr("[left"));
+    EXPECT_EQ(t.ends(), 1000 + SIGINT);
+  }
+}
+
+TEST_F(Pager, ThatIsNoChildAnyMoreIsNotWaitedForAtAnInterrupt) {
+  ASSERT_TRUE(
+      files::write(dir_ / "less", "#!/bin/sh\ntrap '' INT\ncat >/dev/null\necho '[ready]'\nread key </dev/tty\n"));
+  terminal t(report(), environment({{"LD_PRELOAD", QX_FAULTS_LIBRARY}, {"QX_FAULTS", "waitpid|2+|10|"}}));
   (void)t.shows("[ready]");
   t.types("\x03");
-  (void)t.shows("[interrupted]");
-  usleep(50000);
-  EXPECT_TRUE(t.runs());
-  t.types("q\nq\n");
-  EXPECT_THAT(t.shows("[left"), HasSubstr("[left"));
   EXPECT_EQ(t.ends(), 1000 + SIGINT);
+}
+
+TEST_F(Pager, GetsRawTextsWhereThatIsAskedFor) {
+  builder::record r;
+  r.detail = "red\x1b[31m\nlines";
+  builder::model m;
+  ASSERT_TRUE(m.push(builder::record_bytes(r)));
+  tool::write_stack(dir_ / "stack", m.file());
+  EXPECT_THAT(tool::run(report({"-v"})).out, Not(HasSubstr("\x1b")));
+  EXPECT_THAT(tool::run(report({"-v", "--raw"})).out, HasSubstr("red\x1b[31m\n"));
 }
 
 TEST_F(Pager, IsTheRealOneWhereItIsInstalled) {

@@ -44,7 +44,8 @@ bool is_regular(int dir, const directory_entry &entry) {
 
 }  // namespace
 
-record_search::record_search(std::string_view eid) : eid_(eid), inode_(field_value(eid.substr(1, 6)).value_or(0)) {}
+record_search::record_search(std::string_view eid)
+    : eid_(eid), inode_(field_value(eid.substr(std::min<std::size_t>(eid.size(), 1), 6)).value_or(0)) {}
 
 bool record_search::is_sibling(const stack_file &file) const {
   const std::string_view eid = eid_;
