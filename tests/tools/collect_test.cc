@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -11,7 +12,6 @@
 #include <csignal>
 #include <cstdio>
 
-#include "proof/instrumented.h"
 #include "qx_vosk.h"
 #include "support/files.h"
 #include "support/sandbox.h"
@@ -87,8 +87,21 @@ json manifest_of(const std::string &archive) {
   return json::parse(shell("tar xOf " + archive + " manifest.json"));
 }
 
+// A record of the System Log as a line.
+std::string log_record(const std::string &eid, const std::string &reference, const std::string &copy) {
+  return "Nov 14 22:13:20 n db: (Recorded using libqx_vosk.a cv 2):::Error ID: " + eid +
+         ":::Reference ID: " + reference + ":::Template ID: 0:::Details File: " + copy +
+         ":::Location: p,s.c,1,7:::gave up\n";
+}
+
 std::string base_name(const std::string &path) {
   return path.substr(path.rfind('/') + 1);
+}
+
+std::string copy_named(const std::string &name) {
+  std::string path = kDumps + "/" + name + ".1.20231114.221320";
+  EXPECT_TRUE(files::write(path, "a copy"));
+  return path;
 }
 
 }  // namespace
@@ -137,6 +150,102 @@ TEST(Collect, TakesEverythingWhereThatIsAskedFor) {
   ASSERT_EQ(tool::run({"vosk", "collect", "--all", "--log", "none", "-o", made.dir / "own.tar"}, own).status, 0);
   EXPECT_EQ(members(made.dir / "own.tar"), members(made.dir / "all.tar")) << "the caller's own stack once";
   EXPECT_EQ(manifest_of(made.dir / "all.tar")["asked_for"], "all");
+}
+
+TEST(Collect, TakesARecordWithoutAnIdentifierThatRefersToAnIncident) {
+  const incident made;
+  builder::record r;
+  r.eid.clear();
+  r.associated = made.cause;
+  builder::model m;
+  ASSERT_TRUE(m.push(builder::record_bytes(r)));
+  tool::write_stack(kStacks + "/unidentified", m.file());
+  ASSERT_EQ(made.collect({made.effect, "-o", made.dir / "a.tar"}).status, 0);
+  EXPECT_THAT(members(made.dir / "a.tar"), testing::Contains("stacks/unidentified"));
+  EXPECT_THAT(manifest_of(made.dir / "a.tar")["identifiers"].elements(),
+              testing::UnorderedElementsAre(made.cause, made.effect));
+}
+
+TEST(Collect, TakesACopyOnceThoughSeveralRecordsCiteIt) {
+  const incident made;
+  const std::string logged = copy_named("logged");
+  builder::record r;
+  r.detail = made.copy;
+  builder::model m;
+  ASSERT_TRUE(m.push(builder::record_bytes(r)));
+  tool::write_stack(kStacks + "/again", m.file());
+  const std::string lines = log_record("", "", made.copy) + log_record("damaged", "", logged);
+  ASSERT_TRUE(files::write(made.dir / "log", lines));
+  ASSERT_EQ(made.collect({"--all", "-o", made.dir / "a.tar"}).status, 0);
+  const std::vector<std::string> names = members(made.dir / "a.tar");
+  ASSERT_EQ(names.size(), 8u) << testing::PrintToString(names);
+  EXPECT_THAT(std::vector(names.begin(), names.begin() + 2),
+              ElementsAre("dumps/" + base_name(made.copy), "dumps/" + base_name(logged)));
+  EXPECT_EQ(shell("tar xOf " + (made.dir / "a.tar") + " " + names[2]), lines) << "records without identifiers, too";
+}
+
+TEST(Collect, KeepsStacksOfOneNameApart) {
+  files::TemporaryDirectory dir;
+  for (const char *node : {"node1", "node2"}) {
+    ASSERT_EQ(mkdir((dir / node).c_str(), 0755), 0);
+    builder::record r;
+    r.process = node;
+    builder::model m;
+    ASSERT_TRUE(m.push(builder::record_bytes(r)));
+    tool::write_stack(dir / (node + std::string("/job")), m.file());
+  }
+  ASSERT_EQ(tool::run({"vosk", "collect", "--all", "--log", "none", "--dir", dir.path(), "-o", dir / "a.tar"}).status,
+            0);
+  EXPECT_THAT(members(dir / "a.tar"), ElementsAre("stacks/2/job", "stacks/job", "manifest.json"));
+  EXPECT_THAT(tool::run({"vosk", "report", dir / "a.tar"}).out,
+              testing::AllOf(HasSubstr(" node1["), HasSubstr(" node2[")));
+}
+
+TEST(Collect, NamesLogsAfterTheirSources) {
+  const incident made;
+  const std::string far = made.dir / (std::string(90, 'n') + "_~{Z.9-z");
+  for (const std::string &path : {far, made.dir / "_"}) ASSERT_TRUE(files::write(path, log_record("", "", "")));
+  ASSERT_EQ(chdir(made.dir.path().c_str()), 0);
+  ASSERT_EQ(tool::run({"vosk", "collect", "--all", "--log", far, "--log", "_", "-o", "a.tar"}).status, 0);
+  ASSERT_EQ(chdir("/"), 0);
+  EXPECT_THAT(members(made.dir / "a.tar"),
+              testing::IsSupersetOf({"logs/" + std::string(72, 'n') + "___Z.9-z", std::string("logs/log")}));
+}
+
+TEST(Collect, WritesToAStandardOutputThatIsNoTerminal) {
+  const incident made;
+  const tool::result r = made.collect({made.effect, "-o", "-"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "");
+  ASSERT_TRUE(files::write(made.dir / "piped.tar", r.out));
+  EXPECT_EQ(members(made.dir / "piped.tar").size(), 5u) << "the archive, and nothing that is told about it";
+  const std::vector<std::string> command{"vosk", "collect", made.effect, "--log", "none", "-o", "-"};
+  const tool::result full = tool::run(command, tool::options::to("/dev/full"));
+  EXPECT_EQ(full.status, 1);
+  EXPECT_EQ(full.err, "vosk: cannot write the collection: No space left on device\n");
+
+  int fd = -1;
+  const pid_t process = forkpty(&fd, nullptr, nullptr, nullptr);
+  if (process == 0) {
+    execl(QX_BINARY_DIR "/bin/vosk", "vosk", "collect", "--all", "--log", "none", "-o", "-", nullptr);
+    _exit(127);
+  }
+  std::string shown;
+  char buffer[4096];
+  for (ssize_t n; (n = read(fd, buffer, sizeof buffer)) > 0;) shown.append(buffer, static_cast<std::size_t>(n));
+  int status = 0;
+  ASSERT_EQ(waitpid(process, &status, 0), process);
+  (void)close(fd);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+  EXPECT_THAT(shown, HasSubstr("an archive is nothing for a terminal"));
+}
+
+TEST(Collect, TellsAnOwnerThatTheFormatHasNoRoomFor) {
+  const incident made;
+  if (chown(made.copy.c_str(), 3000000, 0) != 0) CANNOT_RUN_HERE("needs users of any number");
+  ASSERT_EQ(made.collect({made.cause, "-o", made.dir / "a.tar"}).status, 0);
+  EXPECT_EQ(manifest_of(made.dir / "a.tar")["members"][0]["owner"], 3000000);
+  EXPECT_THAT(shell("tar tvf " + (made.dir / "a.tar") + " --numeric-owner"), HasSubstr(" 65534/0 "));
 }
 
 TEST(Collect, MakesTheSameBytesOfTheSameContents) {
@@ -193,10 +302,7 @@ TEST(Collect, IsALogOfWhatItHolds) {
   std::string logged = made.effect;
   logged[0] = '8';
   logged.replace(1, 6, builder::digits(24 * 8 + 3, 6));
-  ASSERT_TRUE(
-      files::write(made.dir / "log", "Nov 14 22:13:20 n db: (Recorded using libqx_vosk.a cv 2):::Error ID: " + logged +
-                                         ":::Reference ID: " + made.effect +
-                                         ":::Template ID: 0:::Details File: :::Location: p,s.c,1,7:::gave up\n"));
+  ASSERT_TRUE(files::write(made.dir / "log", log_record(logged, made.effect, "")));
   ASSERT_EQ(made.collect({made.cause, "-o", packed}).status, 0);
   ASSERT_EQ(mkdir(unpacked.c_str(), 0755), 0);
   shell("tar xf " + packed + " -C " + unpacked);
@@ -261,6 +367,11 @@ TEST(Collect, TellsInJsonWhatItHoldsAndWhatIsGone) {
 
 TEST(Collect, SaysWhichStackItMayNotRead) {
   const incident made;
+  ASSERT_TRUE(files::write(kStacks + "/notes", "no stack"));
+  const tool::result all = tool::run({"vosk", "collect", "--all", "--log", "none", "-o", made.dir / "all"},
+                                     tool::options::with({{"VOSKSTACK", kStacks + "/gone"}}));
+  EXPECT_EQ(all.status, 0);
+  EXPECT_EQ(all.err, "") << "neither of what is no stack nor of what is gone";
   ASSERT_EQ(chmod(made.cause_stack.c_str(), 0), 0);
   const tool::result r =
       tool::run({"vosk", "collect", "--all", "--log", "none", "-o", made.dir / "a"}, tool::options::without_power());
@@ -303,11 +414,15 @@ TEST(Collect, LeavesNothingBehindAtALimitOrASignal) {
   ASSERT_EQ(setrlimit(RLIMIT_CORE, &none), 0);
   const pid_t process = fork();
   if (process == 0) {
+    (void)std::signal(SIGHUP, SIG_IGN);  // as nohup does
     execl(QX_BINARY_DIR "/bin/vosk", "vosk", "collect", "--all", "--log", "none", "-o", tar.c_str(), nullptr);
     _exit(127);
   }
   for (int i = 0; i < 1000 && !files::exists(tar); ++i) usleep(5000);
   EXPECT_TRUE(files::exists(tar));
+  ASSERT_EQ(kill(process, SIGHUP), 0);
+  usleep(50000);
+  EXPECT_EQ(waitpid(process, nullptr, WNOHANG), 0) << "it goes on";
   ASSERT_EQ(kill(process, SIGQUIT), 0);
   int status = 0;
   ASSERT_EQ(waitpid(process, &status, 0), process);
@@ -336,8 +451,9 @@ TEST(Collect, TakesWhatAnybodyCanPlantWithinBounds) {
 
 TEST(Collect, LooksAtNoMoreLogLinesThanFit) {
   const incident made;
-  if (proof::kInstrumented) return;  // a quarter of a GiB in small pieces, several times over
-  shell("yes " + made.effect + " | head -n 1300000 | gzip -1 >" + (made.dir / "log.gz"));
+  // A quarter of a GiB in lines of the longest kind.
+  shell("cd " + made.dir.path() + "; line=$(printf '%s%65000s' " + made.effect + " .); for i in $(seq 64); do " +
+        "echo \"$line\"; done | gzip -1 >part.gz; for i in $(seq 66); do cat part.gz; done >log.gz");
   const tool::result r = tool::run({"vosk", "collect", "--all", "--log", made.dir / "log.gz", "-o", made.dir / "a"});
   EXPECT_EQ(r.status, 1);
   EXPECT_THAT(r.err, HasSubstr("cannot read the rest of the logs: they hold more than can be looked at at once\n"));

@@ -50,25 +50,35 @@ class Faults : public testing::Test {
 
 TEST_F(Faults, OfAPruneKeepFiles) {
   const std::string prune = "prune --older-than 1d", kept = "kept " + kStack + ": ", copy_kept = "kept " + kCopy + ": ";
-  const std::string sleep = "unlinkat|1|run sleep 0.6|";
+  // Another stack that cites the copy, removed later than the processes were looked at.
+  const std::string other = kStacks + "/kobold.4194303.20231114.221320", other_kept = "kept " + other + ": ";
+  const std::string two = "openat|1|run cp -p " + kStack + " " + other + "|" + kStacks + "\nunlinkat|1|run ",
+                    later = two + "sleep 0.6|";
   expect_all({
       {"nothing fails", prune, "", 0, "removed 2 files"},
       {"the stacks cannot be opened", prune, "openat|1|13|" + kStacks, 1, kStacks + ": Permission denied"},
       {"the copies cannot be opened", prune, "openat|1|13|" + kDumps, 1, kDumps + ": Permission denied"},
+      {"the stacks lie behind a link", prune, "openat|1|40|" + kStacks, 1, kStacks + ": not a directory"},
       {"there are no stacks", prune, "openat|1|2|" + kStacks, 0, "removed 1 file "},
       {"there are neither", prune, "openat|1+|2|/var/adm/vosk", 4, kDumps + ": No such file or directory"},
       {"the stacks cannot be listed", prune, "fdopendir|1|12|stacks", 1, copy_kept + "a stack that may cite it cannot"},
       {"the copies cannot be listed", prune, "fdopendir|1|12|dumps", 1, "removed 1 file "},
       {"a stack cannot be read", prune, "pread|1|5|stacks/job", 1, kept + "it cannot be read: Input/output error"},
-      {"a stack went", prune, "openat|1|2|job", 0, "removed "},
-      {"a copy went", prune, "openat|1|2|job", 0, "removed 1 file "},
+      {"a stack went", prune, "openat|2|2|job", 0, "removed 1 file of 12 bytes, kept 0 files"},
+      {"a copy went", prune, "openat|1|2|job", 0, "removed 1 file of 8192 bytes, kept 0 files"},
       {"a copy cannot be looked at", prune, "openat|1|13|job", 1, copy_kept + "Permission denied"},
       {"a copy's kind cannot be had", prune, "fstat|1|5|dumps/job", 1, copy_kept + "Input/output error"},
       {"a copy's attributes cannot be had", prune, "statx|1|5|dumps/job", 1, copy_kept + "Input/output error"},
       {"processes cannot be looked at", prune, "openat|1|13|/proc", 1, "/proc: Permission denied"},
       {"processes cannot be listed", prune, "fdopendir|1|12|/proc", 1, "/proc: Cannot allocate memory"},
       {"processes are hidden", prune, "readdir|1|end|/proc", 1, "/proc does not show all processes"},
-      {"processes cannot be looked at again", prune, sleep + "\nopenat|2|13|/proc", 0, "removed 2 files"},
+      {"processes are looked at again", prune, later, 0, "removed 3 files"},
+      {"processes cannot be looked at again", prune, later + "\nopenat|2|13|/proc", 1,
+       other_kept + "/proc: Permission denied"},
+      {"a process came", prune, two + "VOSKSTACK=" + other + " sleep 1.5 >/dev/null 2>&1 & sleep 0.6|", 0,
+       other_kept + "process "},
+      {"environments cannot be read", prune, "read|1+|5|/proc/1/environ", 0,
+       "could not be read: whether they use a stack"},
       {"a process's state is read piecewise", prune, "read|1+|short|/stat", 0, "removed 2 files"},
       {"a process's state cannot be read", prune, "read|1+|5|/stat", 0, "removed 2 files"},
       {"a process's ids cannot be read", prune, "read|1+|5|/status", 0, "removed 2 files"},
@@ -90,17 +100,32 @@ TEST_F(Faults, OfAPruneKeepFiles) {
   });
 }
 
-TEST_F(Faults, OfACollectionLeaveNoPartOfIt) {
-  const std::string tar = dir_ / "all.tar", collect = "collect --all --log none -o " + tar;
-  for (int i = 1; i < 100; ++i) {
+// Threads of the kernel have no environment, and newer kernels then do not open the file.
+TEST_F(Faults, ThatOnlySayThatThereIsNoEnvironmentAreNone) {
+  for (const char *failing : {"open|1+|3|/environ", "open|1+|2|/environ"}) {
     make_anew();
+    const tool::result r = tool::run({"vosk", "prune", "--older-than", "1d"}, faults::with(failing));
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_THAT(r.err, testing::Not(testing::HasSubstr("could not be read")));
+  }
+}
+
+TEST_F(Faults, OfACollectionLeaveNoPartOfIt) {
+  const std::string tar = dir_ / "all.tar", log = dir_ / "log", collect = "collect --all --log " + log + " -o " + tar;
+  ASSERT_TRUE(files::write(log, "(Recorded using libqx_vosk.a cv 2):::Error ID: \n"));
+  const std::string far = kStacks + "/" + std::string(180, 'n');  // a name that does not fit into a header
+  const auto make_both = [&] {
+    make_anew();
+    tool::write_stack(far, builder::never_wrapped_file());
+  };
+  for (int i = 1; i < 100; ++i) {
+    make_both();
     (void)unlink(tar.c_str());
     const std::string nth = std::to_string(i);
-    if (tool::run({"vosk", "collect", "--all", "--log", "none", "-o", tar},
-                  faults::with("write|" + nth + "|28|all.tar"))
+    if (tool::run({"vosk", "collect", "--all", "--log", log, "-o", tar}, faults::with("write|" + nth + "|28|all.tar"))
             .status == 0) {
-      EXPECT_GT(i, 8)
-          << "a header and contents of a copy, a stack and the manifest, each with its filling, and the end";
+      EXPECT_EQ(i, 18) << "of a copy, a log and the manifest a header, contents and filling, of stacks no filling, of "
+                          "one name the same once more, and the end";
       break;
     }
     faults::expect({"write " + nth, collect, "write|" + nth + "|28|all.tar", 1,
@@ -112,13 +137,18 @@ TEST_F(Faults, OfACollectionLeaveNoPartOfIt) {
     (void)unlink(tar.c_str());
     faults::expect(row);
   };
-  anew({"its writing is interrupted", collect, "write|1|4|all.tar", 0, "all.tar: 2 files"});
+  anew({"its writing is interrupted", collect, "write|1|4|all.tar", 0, "all.tar: 3 files"});
   anew({"it is not on the disk", collect, "fsync|1|5|all.tar", 1, "cannot write the collection: Input/output error"});
   EXPECT_FALSE(files::exists(tar));
-  anew({"it is no file", collect, "fsync|1|22|all.tar", 0, "all.tar: 2 files"});
+  anew({"it is no file", collect, "fsync|1|22|all.tar", 0, "all.tar: 3 files"});
   anew({"a copy cannot be read", collect, "pread|1|5|dumps/job", 1, "not whole: Input/output error"});
   anew({"a copy became shorter", collect, "pread|1|run truncate -s 3 " + kCopy + "|dumps/job", 0,
         "it became shorter meanwhile"});
+  anew({"the stacks went", "collect --all --log none -o " + tar, "openat|1|2|" + kStacks, 4,
+        "there is nothing to collect"});
+  anew({"the usual logs cannot be read", "collect --all -o " + tar, "openat|1|13|/var/log", 0, "all.tar: 2 files"});
+  EXPECT_THAT(files::read(tar).value_or(""),
+              testing::HasSubstr(R"({"log":"/var/log","read":false,"reason":"Permission denied"})"));
   anew({"a copy is gone", collect, "openat|1|2|" + kDumps, 0, "-- not collected: " + kCopy});
   anew(
       {"a stack cannot be read", collect, "pread|1|5|stacks/job", 1, "cannot read " + kStack + ": Input/output error"});
@@ -132,6 +162,13 @@ TEST_F(Faults, OfACollectionLeaveNoPartOfIt) {
   anew({"another took its name", collect,
         full + "lstat|1|run mv " + tar + " " + tar + "2; echo x > " + tar + "|all.tar", 1, "No space left on device"});
   EXPECT_EQ(files::read(tar), "x\n");
+  // Its directory is another one by now, with such a file.
+  const std::string there = kDumps + "/all.tar", link = dir_ / "link", through = link + "/all.tar";
+  ASSERT_EQ(symlink(dir_.path().c_str(), link.c_str()), 0);
+  anew({"its place is another", "collect --all --log none -o " + through,
+        full + "lstat|1|run ln -sfn " + kDumps + " " + link + "; echo x > " + there + "|all.tar", 1,
+        "No space left on device"});
+  EXPECT_EQ(files::read(there), "x\n");
 }
 
 TEST_F(Faults, OfFollowingAreMadeUpForByLooking) {

@@ -50,9 +50,9 @@ void stop_on_signals() {
   action.sa_handler = note_signal;
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     struct sigaction before {};
+    (void)sigaction(number, nullptr, &before);
     // What was ignored stays so, as under nohup.
-    if (sigaction(number, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
-      (void)sigaction(number, &action, nullptr);
+    if (before.sa_handler != SIG_IGN) (void)sigaction(number, &action, nullptr);
   }
 }
 
@@ -100,12 +100,9 @@ bool archive_writer::put_header(std::string_view name, std::int64_t size, uid_t 
   return put({reinterpret_cast<const char *>(block.data()), block.size()});
 }
 
-bool archive_writer::begin(const std::string &name, std::int64_t size, uid_t owner, moment modified) {
-  constexpr std::int64_t kMostOctal = (std::int64_t{1} << 33) - 1;
-  std::string attributes;
-  if (name.size() > format::kName.size) attributes += attribute("path", name);
-  if (size > kMostOctal) attributes += attribute("size", std::to_string(size));
-  if (!attributes.empty()) {
+bool archive_writer::begin(std::string_view name, std::int64_t size, uid_t owner, moment modified) {
+  if (name.size() > format::kName.size) {
+    const std::string attributes = attribute("path", std::string(name));
     const auto length = static_cast<std::int64_t>(attributes.size());
     if (!put_header("attributes", length, owner, modified, format::kExtended) || !put(attributes) ||
         !fill(format::padded(length) - length))
@@ -113,8 +110,7 @@ bool archive_writer::begin(const std::string &name, std::int64_t size, uid_t own
   }
   left_ = size;
   padding_ = format::padded(size) - size;
-  return put_header(name.substr(0, format::kName.size), size > kMostOctal ? 0 : size, owner, modified,
-                    format::kRegular);
+  return put_header(name.substr(0, format::kName.size), size, owner, modified, format::kRegular);
 }
 
 bool archive_writer::write(std::string_view piece) {

@@ -19,8 +19,8 @@ class archive_writer {
  public:
   explicit archive_writer(int fd) : fd_(fd) {}
 
-  // A member begins: a regular file of `size` bytes, which are handed on by `write`, in pieces.
-  bool begin(const std::string &name, std::int64_t size, uid_t owner, moment modified);
+  // A member begins: a regular file of `size` bytes, less than 8 GiB, which are handed on by `write`, in pieces.
+  bool begin(std::string_view name, std::int64_t size, uid_t owner, moment modified);
   bool write(std::string_view piece);
   bool end();  // zero bytes take the place of what is missing
 

@@ -209,7 +209,7 @@ class new_file {
     }, open_file{};
     // Only if it still is the one that was made.
     if (made_ && lstat(path_.c_str(), &by_name) == 0 && fstat(fd_.get(), &open_file) == 0 &&
-        by_name.st_ino == open_file.st_ino && by_name.st_dev == open_file.st_dev)
+        by_name.st_dev == open_file.st_dev && by_name.st_ino == open_file.st_ino)
       (void)unlink(path_.c_str());
   }
   int fd() const noexcept { return fd_.get(); }
