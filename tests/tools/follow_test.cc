@@ -264,6 +264,15 @@ TEST(Watcher, ReportsFilesThatChangedAndNoOthers) {
   EXPECT_EQ(changes(watcher), std::set<std::string>{dir / "two"});
 }
 
+TEST(Watcher, ReportsTheFilesOfADirectoryThatIsMovedIn) {
+  const files::TemporaryDirectory dir, elsewhere;
+  ASSERT_EQ(mkdir((elsewhere / "moved").c_str(), 0755), 0);
+  ASSERT_TRUE(files::write(elsewhere / "moved/job", "x") && files::write(dir / "there", "x"));
+  vosk::watcher watcher({dir.path()}, 1);
+  ASSERT_EQ(rename((elsewhere / "moved").c_str(), (dir / "moved").c_str()), 0);
+  EXPECT_EQ(changes(watcher), std::set<std::string>{dir / "moved/job"});
+}
+
 TEST(Watcher, SeesEveryChangeWithoutNotifications) {
   const files::TemporaryDirectory dir;
   for (const char *name : {"same", "longer", "later", "another", "instead"}) ASSERT_TRUE(files::write(dir / name, "x"));
