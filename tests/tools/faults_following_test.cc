@@ -172,6 +172,20 @@ TEST_F(Follow, TakesAFileThatWasGoneAsANewOne) {
   EXPECT_EQ(tool.ends(), 0);
 }
 
+TEST_F(Follow, KnowsTheRecordsOfAFileThatWasNoStackMeanwhile) {
+  put(first_, stack_of({made_at(1700000000, "one")}));
+  following tool({stacks_});
+  ASSERT_TRUE(tool.shows("one"));
+  ASSERT_TRUE(files::write(dir_ / "text", "no stack"));
+  ASSERT_EQ(rename((dir_ / "text").c_str(), first_.c_str()), 0);
+  put(second_, stack_of({made_at(1700000001, "two")}));
+  ASSERT_TRUE(tool.shows("two"));
+  put(first_, stack_of({made_at(1700000000, "one"), made_at(1700000002, "three")}));
+  ASSERT_TRUE(tool.shows("three"));
+  EXPECT_EQ(tool.ends(), 0);
+  EXPECT_EQ(tool.count(" one "), 1u) << tool.shown();
+}
+
 // While a file changes too fast to be read in one piece, a record can be missing from it, and come back.
 TEST_F(Follow, ShowsEachRecordOnceWhileItsFileChanges) {
   const std::string state = dir_ / "state", change = dir_ / "change", readings = dir_ / "readings";

@@ -1,6 +1,9 @@
 // What annotate, the doctor and run make of calls that fail, or take their time.
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "qx_vosk.h"
 #include "support/files.h"
@@ -53,6 +56,25 @@ TEST(Faults, OfTheReaderOfStandardErrorEndIt) {
   EXPECT_EQ(lost.status, 2);
   EXPECT_THAT(lost.err, testing::HasSubstr("ls: exit status 2"));
   EXPECT_THAT(lost.err, testing::Not(testing::HasSubstr("cannot access")));
+}
+
+// What comes with the command's end stops nothing of what is left to do.
+TEST(Faults, OfTimeDoNotHoldTheStatusBack) {
+  const pid_t child = fork();
+  if (child == 0) {
+    (void)setpgid(0, 0);
+    for (const auto &[name, value] : faults::with("wait4|1|run kill -TSTP $PPID|").environment)
+      setenv(name.c_str(), value.c_str(), 1);
+    execl(QX_BINARY_DIR "/bin/vosk", "vosk", "run", "--", "sh", "-c", "exit 3", nullptr);
+    _exit(127);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 3);
+  if (!WIFSTOPPED(status)) return;
+  (void)kill(child, SIGKILL);
+  (void)waitpid(child, nullptr, 0);
 }
 
 // What came before the command could get it.

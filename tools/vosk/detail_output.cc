@@ -49,7 +49,8 @@ opened_file find_below(const std::vector<std::string> &directories, const std::s
     if (found.result == outcome::read) return;
     // A stack can have the name of a copy, when both are made by one process in one second.
     const std::string among_stacks = "/stacks/" + name;
-    if (entry_path.substr(entry_path.rfind('/') + 1) == name && !entry_path.ends_with(among_stacks)) {
+    const std::string_view base = std::string_view(entry_path).substr(entry_path.rfind('/') + 1);
+    if (base == name && !entry_path.ends_with(among_stacks)) {
       found = open_regular(dir, entry.name.c_str());
       path = entry_path;
       return;
@@ -60,7 +61,8 @@ opened_file find_below(const std::vector<std::string> &directories, const std::s
   };
   const visit_entry visit = look_at;
   for (const std::string &directory : directories) {
-    if (walk_directory(directory, kDepth, visit) || errno != ENOTDIR) continue;
+    const bool walked = walk_directory(directory, kDepth, visit);
+    if (walked || errno != ENOTDIR) continue;
     const directory_entry itself{directory};
     look_at(AT_FDCWD, itself, directory);
   }
