@@ -259,6 +259,40 @@ TEST(EnvTool, KnowsAShellAmongTheAppletsOfOneProgram) {
   }
 }
 
+TEST(EnvTool, GivesTheFirstProcessOfAContainerAnEnvironment) {
+  const auto r = shells::run("dash", "unshare --pid --fork --mount-proc --kill-child sh -c 'vosk env create; :'");
+  if (r.err.find("unshare: ") != std::string::npos) CANNOT_RUN_HERE(r.err);
+  EXPECT_EQ(r.err, "");
+  EXPECT_THAT(r.out, HasSubstr("export VOSKPID='1'\n"));
+}
+
+TEST(EnvTool, NeedsAShellOfItsOwnUserWhereNoProcessIsNamed) {
+  const auto r = shells::run("dash", "setpriv --reuid=65534 --clear-groups vosk env create; :");
+  if (r.err.find("setpriv: ") != std::string::npos) CANNOT_RUN_HERE(r.err);
+  EXPECT_THAT(r.err, HasSubstr("the parent process is no shell: give the process id, $$ in a shell"));
+  EXPECT_EQ(r.out, "(exit 2)\n");
+}
+
+TEST(EnvTool, RefusesForTheShellThatEvaluatesItAlone) {
+  const struct {
+    std::vector<std::string> words;
+    std::string out;
+  } rows[] = {{{"env", "create", "--bogus"}, "(exit 2)\n"},
+              {{"env", "--bogus"}, "(exit 2)\n"},
+              {{"env", "show", "--bogus"}, ""},
+              {{"env", "create", "--name", std::string(300, 'n'), "1"}, "(exit 2)\n"},
+              {{"env", "create", "--json", "--name", std::string(300, 'n'), "1"}, ""}};
+  for (const auto &row : rows) {
+    std::vector<std::string> command{"vosk"};
+    command.insert(command.end(), row.words.begin(), row.words.end());
+    SCOPED_TRACE(testing::PrintToString(command));
+    const tool::result r = tool::run(command);
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, row.out);
+  }
+  EXPECT_EQ(tool::run({"vosk", "--help"}, tool::options::to("/dev/full")).status, 1);
+}
+
 TEST(EnvTool, PrintsTheExportsAndNothingElse) {
   const std::string id = std::to_string(getpid());
   const tool::result r = tool::run({"vosk", "env", "create", "--name", "it's", id});
@@ -317,6 +351,9 @@ TEST(EnvTool, ShowsWhatThereIsAndWhoCanUseIt) {
     ASSERT_EQ(tool::json_lines(json.out).size(), 1u);
     EXPECT_EQ(tool::json_lines(json.out)[0]["state"], row.state);
   }
+  const auto of_another = tool::run({"vosk", "env", "show", "--json", "1"}, tool::options::with(environment("1")));
+  EXPECT_EQ(tool::json_lines(of_another.out).at(0)["process"], 1);
+  EXPECT_EQ(tool::json_lines(of_another.out).at(0)["state"], "own");
   const auto hostile = tool::run({"vosk", "env", "show"}, tool::options::with({{"VOSKPNAME", "\x1b[31m"}}));
   EXPECT_THAT(hostile.out, Not(HasSubstr("\x1b")));
 }

@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "include/qx_cu.h"
 #include "include/qx_vosk.h"
 #include "support/files.h"
 #include "vosk/environment_values.h"
+#include "vosk/library_error.h"
 #include "vosk/options.h"
 #include "vosk/verbs.h"
 
@@ -23,6 +25,8 @@ struct {
   int option, process, mode;
 } answer;
 
+cu_error_t last_error;
+
 const std::string kCreated = "VOSKSTACK=/s\nVOSKORIG=1\nVOSKPID=1\nVOSKADDR=a\nVOSKPNAME=n\n";
 const std::string kInherited = "VOSKPID=1\nVOSKPNAME=n\n", kLog = "VOSKADDR=a\nVOSKPNAME=n\n";
 
@@ -35,6 +39,11 @@ extern "C" int vk_init_main_1(int option_code, const char *proc_name, int pid, i
   answer.process = pid;
   answer.mode = mode;
   (void)std::fputs(answer.printed.c_str(), stdout);
+  return answer.code;
+}
+
+extern "C" int cu_get_error_1(cu_error_t *error) {
+  *error = last_error;
   return answer.code;
 }
 
@@ -134,6 +143,36 @@ TEST(Answer, OfAFailureIsItsStatusAloneWhateverWasPrinted) {
     EXPECT_EQ(made.status, 1);
     EXPECT_EQ(made.out, "(exit " + std::to_string(code) + ")\n");
   }
+}
+
+TEST(Answer, OfAFailureTellsNothingOfReclamation) {
+  vosk::env_options newest = options(create);
+  newest.keep_newest = true;
+  answer.printed = kCreated;
+  answer.code = 0;
+  EXPECT_THAT(env(newest).out, HasSubstr("export VOSKRECLAIM='whole'\n"));
+  answer.code = 12;
+  EXPECT_EQ(env(newest).out, "(exit 12)\n");
+}
+
+TEST(Answer, ThatIsMoreThanAPipeHoldsIsAFailureAndGoesNowhere) {
+  answer.code = 0;
+  answer.printed = std::string(65536 + 100, 'x');  // the last ones stay in the buffer
+  const outcome made = env(options(create));
+  EXPECT_EQ(made.thrown, "cannot read what the library prints: Resource temporarily unavailable");
+  EXPECT_EQ(made.out, "(exit 1)\n");
+}
+
+TEST(Answer, WithoutATextIsToldByItsNumber) {
+  std::string text = "An explanation.", none;
+  answer.code = 12;
+  for (char *const given : {static_cast<char *>(nullptr), none.data(), text.data()}) {
+    last_error.text = given;
+    EXPECT_EQ(vosk::library_text(12), given == text.data() ? text : "libqx_vosk returned 12.");
+    EXPECT_EQ(vosk::library_text(13), "libqx_vosk returned 13.") << "that is the text of another";
+  }
+  EXPECT_EQ(vosk::first_sentence("One.\n  Two."), "One.");
+  EXPECT_EQ(vosk::first_sentence("One alone."), "One alone.");
 }
 
 TEST(Answer, LeavesStandardOutputAsItWas) {

@@ -116,11 +116,18 @@ TEST(List, TellsALivingOriginatorFromALaterProcessWithItsId) {
   make_stack(std::string(sandbox::kStacks) + "/no-name", {});
   const auto lines = tool::json_lines(tool::run({"vosk", "list", "--json"}).out);
   EXPECT_EQ(line_of(lines, stack_path("a", child, now))["originator_alive"], true);
+  EXPECT_THAT(tool::run({"vosk", "list"}).out, HasSubstr("  " + std::to_string(child) + " alive  "));
   EXPECT_EQ(line_of(lines, stack_path("b", child, before))["originator_alive"], false);
   EXPECT_EQ(line_of(lines, stack_path("c", 4194303, now))["originator_alive"], false);
   EXPECT_EQ(line_of(lines, std::string(sandbox::kStacks) + "/no-name")["originator"], nullptr);
   (void)kill(child, SIGKILL);
   (void)waitpid(child, nullptr, 0);
+}
+
+TEST(List, TellsAnOwnerWithoutANameByItsNumber) {
+  make_stack(stack_path("a", 1), {});
+  if (chown(stack_path("a", 1).c_str(), 3000000, 0) != 0) CANNOT_RUN_HERE("needs users of any number");
+  EXPECT_EQ(tool::json_lines(tool::run({"vosk", "list", "--json"}).out).at(0)["owner"], "3000000");
 }
 
 TEST(List, TellsStoppedStacksFromGoodOnesAsTheNextPushDoes) {

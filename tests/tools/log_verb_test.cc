@@ -153,14 +153,20 @@ TEST_F(WithDaemon, SaysThatALongMessageIsCut) {
   EXPECT_TRUE(cut);
   const tool::result r = tool::run({"vosk", "log", std::string(5000, '%') + "\xc3\xbc"});
   EXPECT_THAT(r.err, HasSubstr("cut"));
+  // A name that leaves no room at all.
+  const auto named = tool::options::with({{"VOSKADDR", builder::kAddress}, {"VOSKPNAME", std::string(900, 'n')}});
+  const tool::result none = tool::run({"vosk", "log", "--json", "--detail", "text", "short"}, named);
+  EXPECT_THAT(none.err, HasSubstr("the message is cut"));
+  EXPECT_EQ(tool::json_lines(none.out).at(0)["cut"], true);
   EXPECT_THAT(message_of(line_of(r.out.substr(0, 42))), MatchesRegex("%{300,}"));
 }
 
 TEST_F(WithDaemon, IsTheRoadWhereNoStackIsUsable) {
   const struct {
-    const char *script, *road, *text;
+    const char *script, *road, *text, *option = "";
   } rows[] = {
       {"", "log", ""},
+      {"", "log", "not in the Error Stack (15): ", "--verbose"},
       {"eval \"$(vosk env create $$)\";", "stack", ""},
       {"eval \"$(vosk env log $$)\";", "log", ""},
       {"eval \"$(vosk env create $$)\"; export VOSKPID=2000000000;", "log", ""},
@@ -169,7 +175,7 @@ TEST_F(WithDaemon, IsTheRoadWhereNoStackIsUsable) {
   };
   for (const auto &row : rows) {
     SCOPED_TRACE(row.script);
-    const auto r = shells::run("bash", std::string(row.script) + " vosk push --road=auto --json m");
+    const auto r = shells::run("bash", std::string(row.script) + " vosk push --road=auto --json m " + row.option);
     EXPECT_EQ(r.status, 0);
     const auto answer = tool::json_lines(r.out).at(0);
     EXPECT_EQ(answer["road"], row.road);

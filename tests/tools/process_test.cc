@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,7 +18,9 @@ namespace {
 // A program that runs with these arguments until the end of the body.
 class program {
  public:
-  program(const std::string &path, const std::vector<std::string> &arguments) {
+  // The kernel shows other arguments than those given where it starts an interpreter.
+  program(const std::string &path, const std::vector<std::string> &arguments,
+          const std::vector<std::string> &shown = {}) {
     int input[2];
     EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
     input_ = input[1];
@@ -31,7 +34,7 @@ class program {
       _exit(127);
     }
     (void)close(input[0]);
-    for (int i = 0; i < 200 && vosk::command_line(id_) != arguments; ++i) usleep(5000);
+    for (int i = 0; i < 200 && vosk::command_line(id_) != (shown.empty() ? arguments : shown); ++i) usleep(5000);
   }
   program(const program &) = delete;
   program &operator=(const program &) = delete;
@@ -83,7 +86,38 @@ TEST(Process, OfAShellTellsItsScript) {
   }
 }
 
+TEST(Process, OfAShellOfAnyNameTellsItsScript) {
+  const files::TemporaryDirectory dir;
+  ASSERT_TRUE(files::write(dir / "job.sh", "read line\n"));
+  if (access("/bin/zsh", X_OK) != 0) CANNOT_RUN_HERE("zsh is missing");
+  const program zsh("/bin/zsh", {"zsh", "--emulate", "sh", dir / "job.sh"});
+  EXPECT_EQ(vosk::script_name(zsh.id()), "job.sh");
+  // What is taken for shells: it complains of its first argument, and then waits.
+  for (const char *name : {"sh", "busybox"}) ASSERT_EQ(std::system(("cp /bin/cat " + dir / name).c_str()), 0);
+  const struct {
+    const char *executable;
+    std::vector<std::string> arguments;
+    std::optional<std::string> name;
+  } rows[] = {{"sh", {"sh", "/", "-"}, {}},
+              {"sh", {"sh", "x", "-"}, "x"},
+              {"sh", {"sh", "/nowhere/job/", "-"}, "job"},
+              {"busybox", {"-ash", "/nowhere/job", "-"}, "job"},
+              {"busybox", {"cat", "/nowhere/job", "-"}, {}},
+              {"busybox", {"", "/nowhere/job", "-"}, {}}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.arguments));
+    const program shell(dir / row.executable, row.arguments);
+    EXPECT_EQ(vosk::script_name(shell.id()), row.name);
+  }
+}
+
 TEST(Process, OfAnotherProgramTellsTheScriptThatItIsNamedAfter) {
+  const files::TemporaryDirectory dir;
+  const std::string script = dir / "job";
+  ASSERT_TRUE(files::write(script, "#!/bin/cat\n"));
+  ASSERT_EQ(chmod(script.c_str(), 0755), 0);
+  const program interpreter(script, {"job", "-"}, {"/bin/cat", script, "-"});
+  EXPECT_EQ(vosk::script_name(interpreter.id()), "job");
   const program plain("/bin/cat", {"cat"}), fed("/bin/cat", {"cat", "-", "-"});
   for (const pid_t id : {plain.id(), fed.id()}) {
     EXPECT_FALSE(vosk::is_shell(id));

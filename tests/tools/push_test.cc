@@ -267,6 +267,13 @@ TEST_P(Push, LeavesAnOwnerThatIsNoAncestorToTheLibrary) {
   EXPECT_EQ(orphan.out, "1\n");
 }
 
+TEST_P(Push, InASubshellHasTheShellsNameUnlessThereIsNone) {
+  const auto r = run("(:; vosk push named; :); unset VOSKPNAME; (:; vosk push unnamed; :)");
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(records().at("named")["process"], "s");
+  EXPECT_EQ(records().at("unnamed")["process"], GetParam());
+}
+
 TEST_P(Push, SaysWhyNothingWasRecorded) {
   const struct {
     int code;
@@ -397,11 +404,47 @@ TEST(PushTool, TakesMessagesAsTheyAre) {
 }
 
 TEST(PushTool, RefusesNumbersOutsideTheirRange) {
-  for (const char *option : {"--msg=-1/2", "--msg=1/-2", "--msg=1", "--msg=/", "--msg=1/2x", "--line=0", "--line=-1",
-                             "--line=99999999999", "--line=x"}) {
-    SCOPED_TRACE(option);
-    EXPECT_EQ(tool::run({"vosk", "push", option, "m"}).status, 2);
+  const char *const number = " is no number in its range", *const message = "--msg is SET/NUMBER";
+  const struct {
+    const char *option, *says;
+  } rows[] = {{"--msg=-1/2", "--msg is SET/NUMBER, both 0 or more"},
+              {"--msg=1/-2", "--msg is SET/NUMBER, both 0 or more"},
+              {"--msg=1", message},
+              {"--msg=/", number},
+              {"--msg=1/2x", number},
+              {"--line=0", "--line is a number from 1 on"},
+              {"--line=-1", "--line is a number from 1 on"},
+              {"--line=99999999999", number},
+              {"--line=x", number},
+              {"--line=1x", number},
+              {"--template=2ag", number}};
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.option);
+    const tool::result r = tool::run({"vosk", "push", "--catalogue=c", row.option, "m"});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_THAT(r.err, HasSubstr(row.says));
   }
+}
+
+TEST(PushTool, CutsALongMessageAndLeavesItToTheLibraryToSayThat) {
+  const tool::result r = tool::run({"vosk", "push", std::string(2000, 'x')}, tool::options::with(own_environment()));
+  EXPECT_EQ(r.status, 0);
+  EXPECT_THAT(r.err, AllOf(HasSubstr("vosk: recorded (44)"), Not(HasSubstr("the message is cut"))));
+}
+
+TEST(PushTool, IsAVerbOfOneProgramOnly) {
+  const tool::result r = tool::run({"vkstkrpt", "push"});
+  EXPECT_EQ(r.status, 4);
+  EXPECT_THAT(r.err, HasSubstr("push: No such file or directory"));
+}
+
+TEST(PushTool, NamesTheScriptOfFifteenProcessesAboveAtMost) {
+  // A shell below another, so many times; the last one records.
+  const std::string nest = "export N='[ $1 = 0 ] && vosk push \"below $2\" || sh -c \"$N\" - $(($1 - 1)) $2; :'\n";
+  const auto r = shells::run("dash", kBegin + nest + "for n in 14 15; do sh -c \"$N\" - $n $n; done");
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(records().at("below 14")["source"], "script.sh");
+  EXPECT_EQ(records().at("below 15")["source"], "sh");
 }
 
 TEST(PushTool, KeepsTheFirstSixteenMiBOfDetails) {

@@ -1,12 +1,14 @@
 // Recording through the library: texts come back as they were given.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <random>
 
 #include "include/qx_vosk.h"
+#include "support/files.h"
 #include "support/sandbox.h"
 #include "tools/tool.h"
 #include "vosk/message_format.h"
@@ -150,6 +152,31 @@ TEST(Recording, OfNothingIsARecordWithAnAttention) {
   EXPECT_TRUE(made.made);
   EXPECT_EQ(made.code, VK_NO_DEFAULT_MSG);
   EXPECT_EQ(made.identifier.size(), 42u);
+}
+
+TEST(Recording, LeavesNoMessageWhereTheOtherTextsTakeAllRoom) {
+  begin_stack();
+  incident what = of_text("a message");
+  what.source = std::string(1000, 's');
+  EXPECT_EQ(vosk::fitted_format(what, "p"), " ");
+  const recording made = record(what, recorder::self, road::stack);
+  EXPECT_TRUE(made.made);
+  EXPECT_EQ(made.code, VK_RECORD_TRUNCATED);
+}
+
+TEST(Recording, TellsTheDirectoryAsFarAsItIsKnownAndFits) {
+  const auto detail = [] { return of_text("m").detail; };
+  files::TemporaryDirectory dir;
+  unsetenv("PWD");
+  const std::string name(200, 'd'), deep = dir / name + "/" + name, gone = dir / "gone";
+  for (const std::string &path : {dir / name, deep, gone}) ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
+  ASSERT_EQ(chdir(deep.c_str()), 0);
+  EXPECT_EQ(detail(), "user root, directory ..." + deep.substr(deep.size() - 256));
+  ASSERT_EQ(chdir(gone.c_str()), 0);
+  ASSERT_EQ(rmdir(gone.c_str()), 0);
+  EXPECT_EQ(detail(), "user root, directory ?");
+  ASSERT_EQ(chdir("/"), 0);
+  EXPECT_EQ(detail(), "user root, directory /");
 }
 
 TEST(Recording, InheritsForThisProcessWhatAProcessAboveOwns) {

@@ -11,7 +11,7 @@ namespace vosk {
 
 namespace {
 
-const CLI::App *verb_of(const CLI::App &app, const std::string &name) {
+const CLI::App *verb_of(const CLI::App &app, std::string_view name) {
   const auto found = app.get_subcommands([&](const CLI::App *verb) { return verb->get_name() == name; });
   return found.empty() ? nullptr : found.front();
 }
@@ -29,7 +29,7 @@ bool is_emptied_option(const std::string &word) {
 
 // "--detail=" as two words, since the argument library takes it for an option without a value.
 void spell_out_empty_values(const CLI::App &app, std::vector<std::string> &words) {
-  const CLI::App *verb = words.empty() ? nullptr : verb_of(app, words[0]);
+  const CLI::App *verb = verb_of(app, words.at(0));
   for (std::size_t i = 1; verb != nullptr && i < words.size() && words[i] != "--"; ++i) {
     if (const CLI::App *const below = verb_of(*verb, words[i])) {
       verb = below;
@@ -149,10 +149,10 @@ bool command_line::parse(std::vector<std::string> words, bool empty_values) {
   }
 }
 
-bool command_line::called(const std::string &verb, const std::string &verb_below) const {
+bool command_line::called(std::string_view verb, std::string_view verb_below) const {
   const CLI::App *const app = verb_of(*app_, verb);
   if (app == nullptr || app->count() == 0) return false;
-  return verb_below.empty() || app->got_subcommand(verb_below);
+  return verb_below.empty() || app->got_subcommand(std::string(verb_below));
 }
 
 }  // namespace vosk

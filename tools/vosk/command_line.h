@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -64,7 +65,7 @@ class command_line {
   bool parse(std::vector<std::string> words, bool empty_values);
 
   // True if the words called the verb, up to where parse gave up.
-  bool called(const std::string &verb, const std::string &verb_below = "") const;
+  bool called(std::string_view verb, std::string_view verb_below = "") const;
 
  private:
   explicit command_line(std::shared_ptr<CLI::App> app) : app_(std::move(app)) {}

@@ -32,12 +32,12 @@ int option_code_of(action what) {
 // The shell that called this program. In a subshell, and some substitutions run in one, the parent is not the process
 // whose environment the commands change.
 pid_t calling_shell() {
-  const auto parent = find_process(getppid());
-  if (!parent || parent->image.stack == 0 || !is_shell(parent->id))
+  const auto parent = find_process(getppid()).value_or(process{});
+  if (parent.image.stack == 0 || !is_shell(parent.id))
     throw usage_error("the parent process is no shell: give the process id, $$ in a shell");
-  if (const auto above = find_process(parent->parent); above && is_copy_of(*parent, *above))
+  if (is_copy_of(parent, find_process(parent.parent).value_or(process{})))
     throw usage_error("the parent process is a subshell: give the process id of the shell, $$");
-  return parent->id;
+  return parent.id;
 }
 
 std::string name_of(const env_options &options, pid_t process) {

@@ -1,6 +1,7 @@
 #include "environment_values.h"
 
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,7 +44,10 @@ class captured_output {
   std::string take() {
     const bool flushed = std::fflush(stdout) == 0;
     restore();
-    if (!flushed) fail();
+    if (!flushed) {
+      __fpurge(stdout);  // what is left is not for the shell
+      fail();
+    }
     std::string text;
     char buffer[4096];
     ssize_t size = 0;

@@ -15,7 +15,6 @@ namespace vosk {
 namespace {
 
 constexpr std::size_t kLongestCommandLine = 65536;
-constexpr int kDeepest = 4096;  // no chain of processes is that long
 
 std::string base_name(std::string path) {
   while (!path.empty() && path.back() == '/') path.pop_back();
@@ -67,7 +66,8 @@ std::optional<process> find_process(pid_t id) {
   if (fields.size() <= kEnvironment) return std::nullopt;
   const auto number = [&](stat_field field) {
     unsigned long long value = 0;
-    return parse_number(fields[field], value) ? value : 0;
+    (void)parse_number(fields[field], value);
+    return value;
   };
   process found;
   found.id = id;
@@ -77,7 +77,7 @@ std::optional<process> find_process(pid_t id) {
 }
 
 bool is_ancestor(pid_t ancestor, pid_t id) {
-  for (int depth = 0; depth < kDeepest && id > 0; ++depth) {
+  while (id > 0) {
     if (id == ancestor) return true;
     const auto found = find_process(id);
     if (!found) return false;
@@ -97,8 +97,8 @@ bool is_shell(pid_t id) {
                                                  "oksh", "posh", "rbash", "rksh", "yash", "zsh"};
   std::string name = program_family(executable_of(id));
   if (name == "busybox") {
-    const std::vector<std::string> words = command_line(id);
-    name = words.empty() ? "" : base_name(words.front());
+    const std::string words = proc_file(id, "cmdline", kLongestCommandLine).value_or("");
+    name = base_name(words.substr(0, words.find('\0')));
     if (name.starts_with('-')) name.erase(0, 1);
   }
   return std::find(std::begin(kShells), std::end(kShells), name) != std::end(kShells);

@@ -34,14 +34,15 @@ pid_t id_of(recorder who) {
 // The name under which an environment is inherited: that of a shell goes on in its subshells.
 std::string name_to_inherit(pid_t id, pid_t owner) {
   const std::string name = variable("VOSKPNAME");
-  const auto heir = find_process(id), shell = find_process(owner);
-  return !name.empty() && heir && shell && is_copy_of(*heir, *shell) ? name : command_name(id);
+  const process heir = find_process(id).value_or(process{}), shell = find_process(owner).value_or(process{});
+  return !name.empty() && is_copy_of(heir, shell) ? name : command_name(id);
 }
 
 // Takes over the environment of a process above the recorder's, in this process. Returns the library's error, or 0.
 int inherit_for(pid_t id) {
   const pid_t owner = owner_of_environment();
-  if (variable("VOSKSTACK").empty() || owner == 0 || owner == id || !is_ancestor(owner, id)) return VK_SUCCESS;
+  const std::string stack = variable("VOSKSTACK");
+  if (stack.empty() || owner == 0 || owner == id || !is_ancestor(owner, id)) return VK_SUCCESS;
   const int code = vk_init_main_1(VK_STACK_INHERIT, name_to_inherit(id, owner).c_str(), id, 0);
   return code == VK_INHERIT_SUCCESS ? VK_SUCCESS : code;
 }
@@ -95,9 +96,8 @@ std::string source_for(pid_t id) {
   std::string own = command_name(id);
   for (int depth = 0; depth < 16 && id > 1; ++depth) {
     if (const auto script = script_name(id)) return *script;
-    const auto found = find_process(id);
-    if (!found || id == owner) break;
-    id = found->parent;
+    if (id == owner) break;
+    id = find_process(id).value_or(process{}).parent;
   }
   return own;
 }
