@@ -103,8 +103,9 @@ detail_source details_of(const incident &what) {
     return details;
   } catch (const std::runtime_error &error) {
     complain(error.what());
-    // Never "-" itself: a file may have that name.
-    return detail_source::of_name(what.detail_file == "-" ? "/dev/stdin" : what.detail_file);
+    // Never "-" itself, since a file may have that name; nor standard input, which is the null device where it was
+    // closed.
+    return detail_source::of_name(what.detail_file == "-" ? "/dev/stdin/" : what.detail_file);
   }
 }
 
