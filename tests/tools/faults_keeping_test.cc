@@ -206,6 +206,6 @@ TEST_F(Faults, OfFollowingAreMadeUpForByLooking) {
         meanwhile("echo > " + kStack) + "poll|3|run rm " + kStack + "|\npoll|5|5|", 0, ""});
   make_anew();
   const std::string events =
-      "i=0; while [ $i -lt 8500 ]; do echo > " + inner + "/a; echo > " + inner + "/b; i=$((i+1)); done";
+      "i=0; while [ $i -lt 8500 ]; do echo >> " + inner + "/a; echo >> " + inner + "/b; i=$((i+1)); done";
   anew({"more than is notified", follow, meanwhile(events + "; cp " + kStack + " " + inner) + "poll|3|5|", 0, shown});
 }
