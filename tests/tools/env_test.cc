@@ -260,7 +260,8 @@ TEST(EnvTool, KnowsAShellAmongTheAppletsOfOneProgram) {
 }
 
 TEST(EnvTool, GivesTheFirstProcessOfAContainerAnEnvironment) {
-  const auto r = shells::run("dash", "unshare --pid --fork --mount-proc --kill-child sh -c 'vosk env create; :'");
+  const auto r = shells::run(
+      "dash", "unshare --pid --fork --kill-child --propagation unchanged --mount-proc sh -c 'vosk env create; :'");
   if (r.err.find("unshare: ") != std::string::npos) CANNOT_RUN_HERE(r.err);
   EXPECT_EQ(r.err, "");
   EXPECT_THAT(r.out, HasSubstr("export VOSKPID='1'\n"));

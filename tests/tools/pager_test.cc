@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -16,6 +15,7 @@
 #include <functional>
 
 #include "support/files.h"
+#include "support/sandbox.h"
 #include "tools/tool.h"
 
 using testing::HasSubstr;
@@ -85,11 +85,6 @@ bool become_nobody() {
   return setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(65534) == 0;
 }
 
-bool become_nobody_without_a_shell() {
-  return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount("/dev/null", "/bin/sh", nullptr, MS_BIND, nullptr) == 0 && become_nobody();
-}
-
 class Pager : public testing::Test {
  protected:
   void SetUp() override {
@@ -155,9 +150,12 @@ TEST_F(Pager, OfOthersIsTheOneThatTheyWant) {
 
 TEST_F(Pager, OfOthersNeedsAShell) {
   if (geteuid() != 0) CANNOT_RUN_HERE("needs to become another user");
-  terminal t(report(), environment({{"PAGER", "mine"}}), become_nobody_without_a_shell);
-  EXPECT_THAT(t.shows(), testing::AllOf(HasSubstr("2023-11-14"), Not(HasSubstr("[mine"))));
-  EXPECT_EQ(t.ends(), 0);
+  RUN_IN_SANDBOX({}, [&] {
+    ASSERT_EQ(mount("/dev/null", "/bin/sh", nullptr, MS_BIND, nullptr), 0);
+    terminal t(report(), environment({{"PAGER", "mine"}}), become_nobody);
+    EXPECT_THAT(t.shows(), testing::AllOf(HasSubstr("2023-11-14"), Not(HasSubstr("[mine"))));
+    EXPECT_EQ(t.ends(), 0);
+  });
 }
 
 TEST_F(Pager, IsNotStartedWhereItIsNotWanted) {
