@@ -1,5 +1,7 @@
 // vosk show: what an identifier says, and the record that it belongs to, or why it cannot be shown.
 
+#include <algorithm>
+
 #include "detail_output.h"
 #include "log_text.h"
 #include "lookup.h"
@@ -45,11 +47,11 @@ int show(const common_options &common, const show_options &options) {
   note_verdict(looked, status);
   describer descriptions;
   const std::vector<found_record> &found = looked.search.found();
-  for (std::size_t i = 0; i < found.size(); ++i) {
-    if (i > 0 && same_record(found[i], found[0])) continue;
-    print_record(out, common, found[i], descriptions);
+  for (auto at = found.begin(); at != found.end(); ++at) {
+    if (std::any_of(found.begin(), at, [&](const found_record &r) { return same_record(r, *at); })) continue;
+    print_record(out, common, *at, descriptions);
     if (!options.detail) continue;
-    located_detail detail = locate_detail(common, found[i]);
+    located_detail detail = locate_detail(common, *at);
     print_detail(out, common, detail, status);
   }
   for (const log_record &r : looked.logged.records) {
