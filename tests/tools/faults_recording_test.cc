@@ -74,8 +74,10 @@ TEST_F(Faults, OfWhatTheLibraryPrintsAreNamed) {
 }
 
 TEST_F(Faults, OfARunCostNoRecordWhereTheCommandRan) {
+  const files::TemporaryDirectory dir;
   const std::string run = "run --stderr-tail=1K -- ls /no-such-file", wrong = "ls: exit status 2; recorded as 7",
-                    seen = "ls: cannot access '/no-such-file': No such file or directory";
+                    seen = "ls: cannot access '/no-such-file': No such file or directory", stopping = dir / "stopping";
+  ASSERT_TRUE(files::write(stopping, "(sleep 0.2; kill -CONT $$) & kill -STOP $$; wait; exit 3"));
   expect_all({
       {"no pipe for its end", "run -- true", "pipe2|1|24|", 125, "vosk: pipe: Too many open files"},
       {"no process", "run -- true", "fork|1|11|", 125, "vosk: fork: Resource temporarily unavailable"},
@@ -97,6 +99,7 @@ TEST_F(Faults, OfARunCostNoRecordWhereTheCommandRan) {
       {"it looks late, and cannot tell how much waits", run, "poll|1|run sleep 0.3|\nioctl|1|25|", 2, wrong},
       {"it looks late, and its reading fails", run, "poll|1|run sleep 0.3|\nread|1|5|pipe", 2, wrong},
       {"its waiting for the command is interrupted", "run -- false", "wait4|1|4|", 1, "false: exit status 1"},
+      {"a stop of the command cannot be told", "run -- sh " + stopping, "wait4|1|10|", 3, "sh: exit status 3"},
   });
 }
 

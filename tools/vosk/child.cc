@@ -73,8 +73,8 @@ child_end child::wait() {
 bool child::reap(child_end &end) {
   for (;;) {
     const pid_t pid = wait4(pid_, &end.status, WUNTRACED | WNOHANG, &end.use);
-    if (pid < 0) continue;  // interrupted: the command stays until it was waited for
-    if (pid == 0) return false;
+    if (pid < 0 && errno == EINTR) continue;
+    if (pid <= 0) return false;
     if (!WIFSTOPPED(end.status)) break;
     signals_.stop_as(WSTOPSIG(end.status));
   }
