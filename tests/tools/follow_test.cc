@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -250,6 +251,20 @@ TEST(Watcher, ReportsWhatLiesInItsPlaces) {
     vosk::watcher watcher(row.places, row.depth);
     for (const std::string &path : row.written) ASSERT_TRUE(files::write(path, "x"));
     EXPECT_EQ(changes(watcher), row.reported);
+  }
+}
+
+TEST(Watcher, EndsWhereNobodyReads) {
+  const files::TemporaryDirectory dir;
+  for (const bool of_sockets : {false, true}) {
+    SCOPED_TRACE(of_sockets);
+    int ends[2];
+    ASSERT_EQ(of_sockets ? socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : pipe(ends), 0);
+    (void)close(ends[0]);
+    vosk::watcher watcher({dir.path()}, 0);
+    std::set<std::string> changed;
+    EXPECT_FALSE(watcher.wait(changed, ends[1]));
+    (void)close(ends[1]);
   }
 }
 

@@ -180,7 +180,7 @@ bool watcher::wait(std::set<std::string> &changed, int output) {
     std::array<pollfd, 2> fds = {{{notifications_.get(), POLLIN, 0}, {output, 0, 0}}};
     const int ready = poll(fds.data(), fds.size(), polling_ ? kPollInterval : -1);
     if (ready < 0 && errno != EINTR) return false;
-    if ((fds[1].revents & (POLLERR | POLLNVAL)) != 0) return false;
+    if ((fds[1].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) return false;
     if (ready > 0) {
       (void)poll(nullptr, 0, kSettle);
       take_notifications(changed);
