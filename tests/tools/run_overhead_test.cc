@@ -38,8 +38,8 @@ INSTANTIATE_TEST_SUITE_P(, Overhead,
 
 }  // namespace
 
-// The quickest of many, so that the machine's other work does not count; on a busy one more of them are tried. On a slow
-// machine it may cost what four starts of a small program cost there.
+// The quickest of many, so that the machine's other work does not count; on a busy one more of them are tried. On a
+// slow machine it may cost what four starts of a small program cost there.
 TEST_P(Overhead, IsLessThanThreeMilliseconds) {
   if (proof::kInstrumented) GTEST_SKIP() << "times are not measured under a sanitizer, nor with counters";
   std::vector<const char *> words{QX_BINARY_DIR "/bin/vosk"};
