@@ -180,7 +180,6 @@ int pusher::report_lookup(int result) const noexcept {
 // Finds the stack by the environment, creates it where it is missing, and opens and locks it. False when it failed,
 // with the result in code_.
 bool pusher::find_and_open(int &fd) noexcept {
-  stack_path_[0] = '\0';
   const int result = vk_get_env_info(trace_on_, trace_path_, stack_path_, &owner_, &originator_);
   if (result != VOSK_SUCCESS && result != VOSK_FILE_MISSING) {
     code_ = report_lookup(result);

@@ -1,5 +1,7 @@
 // A stack file that another process is just creating, step by step: the other one's doings come from hooks.
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 
@@ -46,6 +48,14 @@ class CreationRace : public stack_test::PushTest {
     return std::count_if(traced.begin(), traced.end(),
                          [&](const std::string &entry) { return entry.rfind(routine + ": ", 0) == 0; });
   }
+  // Whether another process would find any part of the file locked.
+  static bool held_by_us(const std::string &path) {
+    const pid_t child = fork();
+    if (child == 0) _exit(files::locked(path) ? 1 : 0);
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status != 0;
+  }
   static void fix_clock(platform::Calls &calls) { calls.fixed_clock(stack_test::kNow, stack_test::kMicroseconds); }
 };
 
@@ -65,6 +75,7 @@ TEST_F(CreationRace, IsWaitedOutByAPushThatSeesAnUnfinishedFile) {
     platform::Calls calls;
     fix_clock(calls);
     calls.ignore_path(trace_file_.path());
+    calls.before("nanosleep", 1, [](const platform::Call &) { EXPECT_FALSE(held_by_us(kStack)); });
     calls.after("nanosleep", 3, [](const platform::Call &) { put_stack(finished()); });
     EXPECT_EQ(calls.during([&] { return push(incident()); }), 0);
     EXPECT_EQ(files::difference(with_ours(), stack()), "");
