@@ -6,7 +6,7 @@ cd "$(dirname "$0")/../.."
 . cmake/dev/build.sh
 
 [ $# -gt 0 ] || set -- fault_sweep_test kill_points_test many_processes_test kill_loop_test exhaustive_stack_test \
-  exhaustive_trace_test annotate_test run_signals_test
+  exhaustive_trace_test annotate_test prune_test run_signals_test
 build release "$@"
 failed=
 for name in "$@"; do

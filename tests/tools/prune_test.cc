@@ -15,6 +15,7 @@
 #include <random>
 #include <set>
 
+#include "proof/soak.h"
 #include "qx_vosk.h"
 #include "support/files.h"
 #include "support/sandbox.h"
@@ -546,9 +547,7 @@ TEST(Prune, NeverTakesTheStackOrTheCopiesOfALivingService) {
   const char *const given = getenv("QX_SEED");
   const unsigned seed = given != nullptr ? static_cast<unsigned>(std::stoul(given)) : std::random_device()();
   SCOPED_TRACE("QX_SEED=" + std::to_string(seed));
-  const char *const soak = getenv("QX_SOAK_SECONDS");
-  const auto end =
-      std::chrono::steady_clock::now() + std::chrono::milliseconds(soak != nullptr ? std::stol(soak) * 1000 : 4000);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(proof::short_or_long(4, 120));
   std::mt19937 random(seed);
   struct running {
     std::unique_ptr<service> what;
