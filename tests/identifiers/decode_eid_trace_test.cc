@@ -28,8 +28,10 @@ const std::string kTimeEntry = trace_entry("vk_conv_base_64_time",
                                            "Returning VOSK_SUCCESS(0) to caller\n");
 const std::string kAddressEntry =
     trace_entry("vk_conv_ipaddr", "IP Address representation .XO.8................... converted to 0xa01a8c0");
+// Its words are 0xb80d0120, 5, 6 and 0x1000000.
+constexpr const char *kAddressOfFourWords = "U2E1s03.....4........././";
 const std::string kAddressEntryIpv6 =
-    trace_entry("vk_conv_ipaddr", "IP Address representation U2E1s0................/. converted to 0xb80d0120lxlxlx");
+    trace_entry("vk_conv_ipaddr", "IP Address representation U2E1s03.....4........./. converted to 0xb80d0120lxlxlx");
 const std::string kLoopbackEntry =
     trace_entry("vk_obtain_ipaddrs", "Adapt Info: lo 00000009 address=127.0.0.1 AF_INET IFF_UP IFF_LOOPBACK");
 const std::string kDiscoveredEntry = trace_entry("vk_obtain_ipaddrs", "Returning VOSK_SUCCESS(0) to the caller");
@@ -225,10 +227,10 @@ TEST(DecodingTrace, OfVersion2EndsWithASummary) {
 }
 
 TEST(DecodingTrace, ShowsAllWordsOfAnIpv6Address) {
-  const std::string address = "Timestamp Tue Nov 14 22:13:20 2023\n\nIP Address 0xb80d0120001000000 (IPv6 type)\n";
+  const std::string address = "Timestamp Tue Nov 14 22:13:20 2023\n\nIP Address 0xb80d0120561000000 (IPv6 type)\n";
   const std::vector<std::string> middle = {kTimeEntry,       kAddressEntryIpv6,
                                            kLoopbackEntry,   adapter_entry("192.168.1.10"),
-                                           kDiscoveredEntry, elsewhere_entry("2001:db8::1")};
+                                           kDiscoveredEntry, elsewhere_entry("2001:db8:500:0:600::1")};
   const auto all = [&](const std::string &header, const std::string &field, const std::string &last) {
     std::vector<std::string> entries = {header};
     entries.insert(entries.end(), middle.begin(), middle.end());
@@ -238,22 +240,22 @@ TEST(DecodingTrace, ShowsAllWordsOfAnIpv6Address) {
   };
   expect_row({"version 1",
               1,
-              eid(".sN3BG.", decoding::kTime, decoding::kAddressIpv6),
+              eid(".sN3BG.", decoding::kTime, kAddressOfFourWords),
               true,
               {},
               0,
               all(header_entry(".", "1", "0"), kTemplateEntry,
-                  summary("VOSK Error ID \".sN3BG..2zIZ/.7S.U2E1s0...............././\" decodes into:\n"
+                  summary("VOSK Error ID \".sN3BG..2zIZ/.7S.U2E1s03.....4........././\" decodes into:\n"
                           "Version 1, Location 0x0\nStack File none, Template ID 305419896(0x12345678)\n" +
                           address + "Return code 0"))});
   expect_row({"version 2",
               2,
-              eid("75Oh2..", decoding::kTime, decoding::kAddressIpv6),
+              eid("75Oh2..", decoding::kTime, kAddressOfFourWords),
               true,
               {},
               0,
               all(header_entry("7", "2", "1"), "",
-                  summary("VOSK Error ID \"75Oh2...2zIZ/.7S.U2E1s0...............././\" decodes into:\n"
+                  summary("VOSK Error ID \"75Oh2...2zIZ/.7S.U2E1s03.....4........././\" decodes into:\n"
                           "Version 2, Location 0x1\n"
                           "First Stack File (none), Template ID 0xa5a5a5a5 Syslog Facility 52 Priority -1515870811\n" +
                           address + "Return code 0"))});
