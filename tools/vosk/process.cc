@@ -15,6 +15,7 @@ namespace vosk {
 namespace {
 
 constexpr std::size_t kLongestCommandLine = 65536;
+constexpr int kDeepest = 4096;  // no chain of processes is that long
 
 std::string base_name(std::string path) {
   while (!path.empty() && path.back() == '/') path.pop_back();
@@ -77,7 +78,7 @@ std::optional<process> find_process(pid_t id) {
 }
 
 bool is_ancestor(pid_t ancestor, pid_t id) {
-  while (id > 0) {
+  for (int depth = 0; depth < kDeepest && id > 0; ++depth) {
     if (id == ancestor) return true;
     const auto found = find_process(id);
     if (!found) return false;
