@@ -58,10 +58,11 @@ std::vector<int> parse_ids(const std::string &status) {
 std::vector<std::string> parse_environment(std::string_view environment) {
   constexpr std::string_view kVariable = "VOSKSTACK=";
   std::vector<std::string> stacks;
-  for (const std::string_view text : split(environment, std::string_view("\0", 1)))
-    if (text.starts_with(kVariable)) stacks.emplace_back(text.substr(text.rfind('/') + 1));
-  for (std::string &name : stacks)
-    if (name.starts_with(kVariable)) name.erase(0, kVariable.size());
+  for (const std::string_view text : split(environment, std::string_view("\0", 1))) {
+    if (!text.starts_with(kVariable)) continue;
+    const std::string_view path = text.substr(kVariable.size());
+    stacks.emplace_back(path.substr(path.rfind('/') + 1));
+  }
   return stacks;
 }
 
