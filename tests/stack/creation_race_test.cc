@@ -177,6 +177,26 @@ TEST_F(CreationRace, IsNoReasonToWaitForAFileThatIsFinished) {
   EXPECT_THAT(calls.log_of({"nanosleep", "clock_gettime"}), IsEmpty());
 }
 
+TEST_F(CreationRace, EndsWhereTheLockIsRefusedAfterTheWait) {
+  put_stack(kReserved);
+  platform::Calls calls;
+  calls.fail_nth("lockf", 3, EDEADLK);
+  EXPECT_EQ(calls.during([&] { return push(incident()); }), 22);
+  EXPECT_THAT(cu_double::reports(), ElementsAre("no error", "22: vosk.cat 1/40 (" + kPath + ", 35)"));
+  EXPECT_EQ(files::difference(kReserved, stack()), "");
+  EXPECT_THAT(calls.left_open(), IsEmpty());
+}
+
+TEST_F(CreationRace, GoesOnWithAFileThatCannotBeLookedAt) {
+  put_stack(kReserved);
+  platform::Calls calls;
+  fix_clock(calls);
+  calls.fail_nth("fstat", 1, EIO);
+  calls.after("nanosleep", 1, [](const platform::Call &) { put_stack(finished()); });
+  EXPECT_EQ(calls.during([&] { return push(incident()); }), 0);
+  EXPECT_EQ(files::difference(with_ours(), stack()), "");
+}
+
 // The other one found no room after all and has taken its file away.
 TEST_F(CreationRace, EndsWithAnOwnFileWhereTheOtherOneIsGone) {
   put_stack(kReserved);
@@ -214,7 +234,10 @@ TEST_F(CreationRace, DoesNotCopyTheDetailFileAgain) {
   in.detail_file = details.c_str();
   platform::Calls calls;
   fix_clock(calls);
-  calls.after("nanosleep", 2, [](const platform::Call &) { put_stack(finished()); });
+  calls.after("nanosleep", 2, [](const platform::Call &) {
+    unlink(kStack);
+    put_stack(finished());
+  });
   EXPECT_EQ(calls.during([&] { return push(in); }), 0);
   EXPECT_EQ(calls.log_of_path(details).size(), 7u) << testing::PrintToString(calls.log_of_path(details));
   const std::string copy = "/var/adm/vosk/dumps/service." + std::to_string(getpid()) + ".20231114.221320";
