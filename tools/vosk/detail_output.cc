@@ -49,7 +49,8 @@ opened_file find_below(const std::vector<std::string> &directories, const std::s
     if (found.result == outcome::read) return;
     // A stack can have the name of a copy, when both are made by one process in one second.
     const std::string among_stacks = "/stacks/" + name;
-    const std::string_view base = std::string_view(entry_path).substr(entry_path.rfind('/') + 1);
+    std::string_view base = entry_path;
+    base.remove_prefix(entry_path.rfind('/') + 1);
     if (base == name && !entry_path.ends_with(among_stacks)) {
       found = open_regular(dir, entry.name.c_str());
       path = entry_path;
