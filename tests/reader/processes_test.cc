@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "support/files.h"
+#include "tools/reader/number.h"
 #include "tools/reader/proc_file.h"
 
 namespace {
@@ -90,7 +91,7 @@ TEST(ProcFile, IsReadAsFarAsIsAskedFor) {
 
 template <class Number>
 class Numbers : public testing::Test {};
-using every_number = testing::Types<int, long, unsigned long long>;
+using every_number = testing::Types<int, unsigned, long, unsigned long long>;
 TYPED_TEST_SUITE(Numbers, every_number);
 
 TYPED_TEST(Numbers, AreWholeTextsAndFit) {

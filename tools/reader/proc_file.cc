@@ -5,21 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 
 #include "safe_file.h"
 
 namespace vosk {
-
-namespace {
-
-template <class Number>
-bool parse_whole(std::string_view text, Number &number) {
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-  return result.ec == std::errc() && result.ptr == text.data() + text.size();
-}
-
-}  // namespace
 
 std::optional<std::string> proc_file(int pid, const char *name, std::size_t limit) {
   const std::string path = "/proc/" + std::to_string(pid) + "/" + name;
@@ -44,16 +33,6 @@ std::vector<std::string_view> stat_fields(std::string_view text) {
   std::vector<std::string_view> fields = split(text.substr(name_end + 1), " \n");
   fields.insert(fields.begin(), kState, std::string_view());
   return fields;
-}
-
-bool parse_number(std::string_view text, int &number) {
-  return parse_whole(text, number);
-}
-bool parse_number(std::string_view text, long &number) {
-  return parse_whole(text, number);
-}
-bool parse_number(std::string_view text, unsigned long long &number) {
-  return parse_whole(text, number);
 }
 
 std::vector<std::string_view> split(std::string_view text, std::string_view separators) {

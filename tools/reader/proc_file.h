@@ -31,11 +31,6 @@ std::vector<std::string_view> stat_fields(std::string_view text);
 // The parts of `text` that one or more of the separators keep apart.
 std::vector<std::string_view> split(std::string_view text, std::string_view separators);
 
-// True if all of `text` is a number.
-bool parse_number(std::string_view text, int &number);
-bool parse_number(std::string_view text, long &number);
-bool parse_number(std::string_view text, unsigned long long &number);
-
 }  // namespace vosk
 
 #endif

@@ -11,6 +11,7 @@
 #include <limits>
 
 #include "collection.h"
+#include "number.h"
 #include "proc_file.h"
 #include "safe_file.h"
 

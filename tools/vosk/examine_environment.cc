@@ -5,7 +5,6 @@
 
 #include <cctype>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdlib>
 #include <optional>
@@ -17,6 +16,7 @@
 #include "reader/collection.h"
 #include "reader/identifier.h"
 #include "reader/node.h"
+#include "reader/number.h"
 #include "reader/originator.h"
 #include "reader/processes.h"
 
@@ -34,8 +34,7 @@ std::string value_of(const char *name) {
 
 std::optional<int> process_id(const std::string &text) {
   int id = 0;
-  const auto read = std::from_chars(text.data(), text.data() + text.size(), id);
-  if (read.ec != std::errc() || read.ptr != text.data() + text.size() || id <= 0) return std::nullopt;
+  if (!parse_number(text, id) || id <= 0) return std::nullopt;
   return id;
 }
 

@@ -3,9 +3,9 @@
 #include <fnmatch.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "reader/identifier.h"
+#include "reader/number.h"
 
 namespace vosk {
 
@@ -28,11 +28,6 @@ time_window window_around(const std::string &text) {
   if (!span) throw usage_error("--around: '" + text.substr(equals + 1) + "' is no span of time");
   const moment middle{id->seconds, static_cast<std::int32_t>(id->microseconds.value_or(0))};
   return {shifted(middle, -*span), shifted(middle, *span)};
-}
-
-bool parse_number(std::string_view text, unsigned &value) {
-  const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
-  return result.ec == std::errc() && result.ptr == text.data() + text.size();
 }
 
 bool matches_any(const std::vector<std::string> &patterns, const std::optional<std::string_view> &text) {

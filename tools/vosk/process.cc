@@ -8,6 +8,7 @@
 
 #include "include/qx_cu.h"
 #include "reader/escape.h"
+#include "reader/number.h"
 #include "reader/proc_file.h"
 
 namespace vosk {
